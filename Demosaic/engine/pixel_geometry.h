@@ -1,0 +1,114 @@
+// Colour-filter geometry and neighbourhood averaging shared by the border and
+// interior passes. Every missing colour sample is one of these averages, so
+// the rounding here decides the output bit for bit.
+#ifndef OQA_DEMOSAIC_ENGINE_PIXEL_GEOMETRY_H
+#define OQA_DEMOSAIC_ENGINE_PIXEL_GEOMETRY_H
+
+#include <cstddef>
+#include <cstdint>
+#include <tuple>
+#include <utility>
+
+#include "ostrevan_oqa_demosaic.h"
+
+// Class of the pixel at a fixed offset from a pixel of a given class, indexed
+// by that class.
+extern "C++" QN_DEMOSAIC_EXPORT const QN_COLOR_FILTER_ARRAY_PHASE row_0_col_1[4];
+extern "C++" QN_DEMOSAIC_EXPORT const QN_COLOR_FILTER_ARRAY_PHASE row_1_col_0[4];
+extern "C++" QN_DEMOSAIC_EXPORT const QN_COLOR_FILTER_ARRAY_PHASE row_1_col_1[4];
+
+// Colour class of pixel (row, column); `origin` is (origin_x, origin_y), each
+// widened with its sign. Only the parities of the offsets matter.
+QN_DEMOSAIC_EXPORT QN_COLOR_FILTER_ARRAY_PHASE determine_pixel_color(
+    unsigned long row, unsigned long column, std::pair<unsigned long, unsigned long> const& origin,
+    QN_COLOR_FILTER_ARRAY_PHASE phase);
+
+// The nine positions of a 3x3 neighbourhood, row by row; 4 is the centre.
+template <int RowOffset, int ColumnOffset>
+struct Demosaic_grid_position {
+  static constexpr long row_offset = RowOffset;
+  static constexpr long column_offset = ColumnOffset;
+};
+struct Demosaic_grid_0 : Demosaic_grid_position<-1, -1> {};
+struct Demosaic_grid_1 : Demosaic_grid_position<-1, 0> {};
+struct Demosaic_grid_2 : Demosaic_grid_position<-1, 1> {};
+struct Demosaic_grid_3 : Demosaic_grid_position<0, -1> {};
+struct Demosaic_grid_4 : Demosaic_grid_position<0, 0> {};
+struct Demosaic_grid_5 : Demosaic_grid_position<0, 1> {};
+struct Demosaic_grid_6 : Demosaic_grid_position<1, -1> {};
+struct Demosaic_grid_7 : Demosaic_grid_position<1, 0> {};
+struct Demosaic_grid_8 : Demosaic_grid_position<1, 1> {};
+
+// Non-owning row-major view of a caller's buffer; the row stride is `columns`.
+// Indices are never checked: callers only name neighbours inside the image.
+template <typename T>
+struct Dimensional_array_overlay {
+  T const* data;
+  std::size_t rows;
+  std::size_t columns;
+
+  T operator()(std::size_t row, std::size_t column) const { return data[row * columns + column]; }
+};
+
+// Sample at neighbourhood position P of the centre (row, column), widened to 32 bits.
+template <typename P>
+inline std::uint32_t neighbour_sample(Dimensional_array_overlay<unsigned short> const& input,
+                                      unsigned long row, unsigned long column) {
+  return input(row + P::row_offset, column + P::column_offset);
+}
+
+template <typename Positions, std::size_t N = std::tuple_size_v<Positions>>
+struct Pixel_averager_impl;
+
+// One sample: copied.
+template <typename P0>
+struct Pixel_averager_impl<std::tuple<P0>, 1> {
+  unsigned short operator()(Dimensional_array_overlay<unsigned short> const& input,
+                            unsigned long row, unsigned long column) const {
+    return static_cast<unsigned short>(neighbour_sample<P0>(input, row, column));
+  }
+};
+
+// Two samples: halves round up.
+template <typename P0, typename P1>
+struct Pixel_averager_impl<std::tuple<P0, P1>, 2> {
+  unsigned short operator()(Dimensional_array_overlay<unsigned short> const& input,
+                            unsigned long row, unsigned long column) const {
+    return static_cast<unsigned short>(
+        (neighbour_sample<P0>(input, row, column) + neighbour_sample<P1>(input, row, column) + 1) >>
+        1);
+  }
+};
+
+// Three samples: truncated, not rounded.
+template <typename P0, typename P1, typename P2>
+struct Pixel_averager_impl<std::tuple<P0, P1, P2>, 3> {
+  unsigned short operator()(Dimensional_array_overlay<unsigned short> const& input,
+                            unsigned long row, unsigned long column) const {
+    return static_cast<unsigned short>(
+        (neighbour_sample<P0>(input, row, column) + neighbour_sample<P1>(input, row, column) +
+         neighbour_sample<P2>(input, row, column)) /
+        3);
+  }
+};
+
+// Four samples: the first and the last two are averaged as pairs, then the
+// two pair averages, each step rounding halves up.
+template <typename P0, typename P1, typename P2, typename P3>
+struct Pixel_averager_impl<std::tuple<P0, P1, P2, P3>, 4> {
+  unsigned short operator()(Dimensional_array_overlay<unsigned short> const& input,
+                            unsigned long row, unsigned long column) const {
+    std::uint32_t const first =
+        (neighbour_sample<P0>(input, row, column) + neighbour_sample<P1>(input, row, column) + 1) >>
+        1;
+    std::uint32_t const second =
+        (neighbour_sample<P2>(input, row, column) + neighbour_sample<P3>(input, row, column) + 1) >>
+        1;
+    return static_cast<unsigned short>((first + second + 1) >> 1);
+  }
+};
+
+template <typename Positions>
+struct Pixel_averager : Pixel_averager_impl<Positions> {};
+
+#endif  // OQA_DEMOSAIC_ENGINE_PIXEL_GEOMETRY_H
