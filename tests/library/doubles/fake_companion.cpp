@@ -1,0 +1,66 @@
+// A companion library whose behaviour the test sets: it counts its calls,
+// initialises with the result the test chose, and fills the interior by the
+// scalar rules (or throws). Compiled once per level, optionally without its
+// initialise or terminate entry.
+#include <stdexcept>
+#include <string>
+
+#include "engine/interior_demosaic.h"
+#include "test_doubles_control.h"
+
+#define OQA_JOIN_NAME(prefix, level, suffix) prefix##level##suffix
+#define OQA_ENTRY(prefix, level, suffix) OQA_JOIN_NAME(prefix, level, suffix)
+
+namespace {
+constexpr int level = FAKE_COMPANION_LEVEL;
+char const* const level_name = FAKE_COMPANION_LEVEL_NAME;
+
+void record(char const* entry) {
+  test_doubles::events().push_back(std::string(entry) + " " + level_name);
+}
+}  // namespace
+
+extern "C" {
+
+#ifndef FAKE_COMPANION_WITHOUT_INITIALIZE
+OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX, _module_initialize)() {
+  ++test_doubles::companion_counters(level).initialize;
+  record("initialize");
+  return test_doubles::companion_initialize_result(level);
+}
+#endif
+
+OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_transform_interior_16_to_48_vector_,
+                                   FAKE_COMPANION_SUFFIX, )(
+    int width, int height, int origin_x, int origin_y, QN_COLOR_FILTER_ARRAY_PHASE phase,
+    QN_COLOR_FORMAT color_format, const unsigned short* input_buffer,
+    unsigned short* output_buffer) {
+  ++test_doubles::companion_counters(level).transform;
+  if (test_doubles::companion_transform_throws(level)) {
+    throw std::runtime_error("companion failure");
+  }
+  switch (color_format) {
+    case QN_COLOR_FORMAT_BGR_PLANAR:
+      demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_PLANAR>(
+          width, height, origin_x, origin_y, input_buffer, output_buffer, phase);
+      break;
+    case QN_COLOR_FORMAT_BGR_INTERLEAVED:
+      demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_INTERLEAVED>(
+          width, height, origin_x, origin_y, input_buffer, output_buffer, phase);
+      break;
+    case QN_COLOR_FORMAT_RGB_INTERLEAVED:
+      demosaic_interior_using_color_phase<QN_COLOR_FORMAT_RGB_INTERLEAVED>(
+          width, height, origin_x, origin_y, input_buffer, output_buffer, phase);
+      break;
+  }
+  return 0;
+}
+
+#ifndef FAKE_COMPANION_WITHOUT_TERMINATE
+OQA_TEST_DOUBLES_API void OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX, _module_terminate)() {
+  ++test_doubles::companion_counters(level).terminate;
+  record("terminate");
+}
+#endif
+
+}  // extern "C"
