@@ -114,9 +114,9 @@ TEST(VectorDemosaicModule, DecliningModuleIsMarkedAndStillTerminated) {
     Vector_sse_demosaic_module const module;
     EXPECT_TRUE(module.load_failed);
     EXPECT_NE(module.transform_function, nullptr);
-    EXPECT_EQ(test_doubles::companion_counters(1).initialize, 1);
+    EXPECT_EQ(test_doubles::companion_counters(1).initialize.load(), 1);
   }
-  EXPECT_EQ(test_doubles::companion_counters(1).terminate, 1);
+  EXPECT_EQ(test_doubles::companion_counters(1).terminate.load(), 1);
   test_doubles::reset();
   {
     Vector_avx512_demosaic_module const module;

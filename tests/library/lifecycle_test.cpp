@@ -24,7 +24,7 @@ constexpr int sse = 1;
 constexpr int avx2 = 2;
 constexpr int avx512 = 3;
 
-int transforms_run(int level) { return companion_counters(level).transform; }
+int transforms_run(int level) { return companion_counters(level).transform.load(); }
 
 std::vector<std::uint16_t> const& mosaic() {
   static auto const samples = test_support::random_mosaic(37, 23, 17);
@@ -39,18 +39,18 @@ class Companions_complete : public ::testing::Test {
 TEST_F(Companions_complete, FirstInitialiseCreatesEverythingOnceAndLastTerminateDestroysIt) {
   EXPECT_EQ(qn_demosaic_module_initialize(), 0);
   EXPECT_EQ(qn_demosaic_module_initialize(), 0);
-  for (int level : {sse, avx2, avx512}) EXPECT_EQ(companion_counters(level).initialize, 1);
+  for (int level : {sse, avx2, avx512}) EXPECT_EQ(companion_counters(level).initialize.load(), 1);
   EXPECT_EQ(test_doubles::events().front(),
             "open OSTREVAN_OQA_DEMOSAIC [] ostrevan_oqa_logger.cfg");
 
   EXPECT_EQ(qn_demosaic_module_terminate(), 0);
   EXPECT_FALSE(transform(mosaic(), 37, 23, 0, 1, default_entry).empty()) << "one initialise is still open";
-  for (int level : {sse, avx2, avx512}) EXPECT_EQ(companion_counters(level).terminate, 0);
+  for (int level : {sse, avx2, avx512}) EXPECT_EQ(companion_counters(level).terminate.load(), 0);
 
   EXPECT_EQ(qn_demosaic_module_terminate(), 0);
   for (int level : {sse, avx2, avx512}) {
-    EXPECT_EQ(companion_counters(level).initialize, 1);
-    EXPECT_EQ(companion_counters(level).terminate, 1);
+    EXPECT_EQ(companion_counters(level).initialize.load(), 1);
+    EXPECT_EQ(companion_counters(level).terminate.load(), 1);
   }
   auto const& events = test_doubles::events();
   std::vector<std::string> const expected_end = {"terminate sse", "terminate avx2",
@@ -61,11 +61,11 @@ TEST_F(Companions_complete, FirstInitialiseCreatesEverythingOnceAndLastTerminate
 
   // Terminate with every count at zero changes nothing.
   EXPECT_EQ(qn_demosaic_module_terminate(), 0);
-  EXPECT_EQ(companion_counters(sse).terminate, 1);
+  EXPECT_EQ(companion_counters(sse).terminate.load(), 1);
 
   // A new initialise starts afresh.
   qn_demosaic_module_initialize();
-  EXPECT_EQ(companion_counters(sse).initialize, 2);
+  EXPECT_EQ(companion_counters(sse).initialize.load(), 2);
   qn_demosaic_module_terminate();
 }
 
@@ -98,8 +98,8 @@ TEST_F(Companions_complete, DecliningModuleIsSkippedButStillTerminated) {
   EXPECT_EQ(transform(mosaic(), 37, 23, 1, 2, avx512), scalar);
   EXPECT_EQ(transforms_run(avx512), 0);
   qn_demosaic_module_terminate();
-  EXPECT_EQ(companion_counters(avx512).terminate, 1);
-  EXPECT_EQ(companion_counters(avx2).terminate, 1);
+  EXPECT_EQ(companion_counters(avx512).terminate.load(), 1);
+  EXPECT_EQ(companion_counters(avx2).terminate.load(), 1);
 }
 
 TEST_F(Companions_complete, TimingRecordIsWrittenWhenTheCompanionThrows) {
@@ -132,8 +132,8 @@ class Companions_broken : public Companions_complete {};
 
 TEST_F(Companions_broken, IncompleteModulesAreNeverCalled) {
   qn_demosaic_module_initialize();
-  EXPECT_EQ(companion_counters(sse).initialize, 1);
-  EXPECT_EQ(companion_counters(avx512).initialize, 0) << "initialise runs only when all entries exist";
+  EXPECT_EQ(companion_counters(sse).initialize.load(), 1);
+  EXPECT_EQ(companion_counters(avx512).initialize.load(), 0) << "initialise runs only when all entries exist";
   auto const scalar = transform(mosaic(), 37, 23, 3, 1, 0);
   EXPECT_EQ(transform(mosaic(), 37, 23, 3, 1, default_entry), scalar);
   EXPECT_EQ(transforms_run(sse), 1);
@@ -141,8 +141,8 @@ TEST_F(Companions_broken, IncompleteModulesAreNeverCalled) {
   EXPECT_EQ(transform(mosaic(), 37, 23, 3, 1, avx512), scalar);
   EXPECT_EQ(transforms_run(avx2) + transforms_run(avx512), 0);
   qn_demosaic_module_terminate();
-  EXPECT_EQ(companion_counters(sse).terminate, 1);
-  EXPECT_EQ(companion_counters(avx2).terminate, 0);
+  EXPECT_EQ(companion_counters(sse).terminate.load(), 1);
+  EXPECT_EQ(companion_counters(avx2).terminate.load(), 0);
 }
 
 class Companions_none : public Companions_complete {};

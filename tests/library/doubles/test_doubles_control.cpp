@@ -19,7 +19,9 @@ std::vector<std::string>& events() { return event_lines; }
 
 void reset() {
   for (int level = 0; level < 4; ++level) {
-    counters[level] = {};
+    counters[level].initialize = 0;
+    counters[level].transform = 0;
+    counters[level].terminate = 0;
     initialize_results[level] = 0;
     transform_throws[level] = false;
   }

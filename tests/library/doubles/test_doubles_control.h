@@ -4,6 +4,7 @@
 #ifndef OQA_TESTS_LIBRARY_DOUBLES_TEST_DOUBLES_CONTROL_H
 #define OQA_TESTS_LIBRARY_DOUBLES_TEST_DOUBLES_CONTROL_H
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -11,10 +12,11 @@
 
 namespace test_doubles {
 
+// Atomic: concurrent transforms count at once.
 struct Companion_counters {
-  int initialize = 0;
-  int transform = 0;
-  int terminate = 0;
+  std::atomic<int> initialize{0};
+  std::atomic<int> transform{0};
+  std::atomic<int> terminate{0};
 };
 
 struct Logged_record {
