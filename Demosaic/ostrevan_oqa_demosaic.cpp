@@ -136,14 +136,12 @@ int demosaic_transform_impl(int width, int height, int origin_x, int origin_y,
                                                        input_buffer, output_buffer, module);
       break;
     case QN_COLOR_FORMAT_BGR_INTERLEAVED:
-      demosaic_whole_image<QN_COLOR_FORMAT_BGR_INTERLEAVED>(width, height, origin_x, origin_y,
-                                                            phase, input_buffer, output_buffer,
-                                                            module);
+      demosaic_whole_image<QN_COLOR_FORMAT_BGR_INTERLEAVED>(
+          width, height, origin_x, origin_y, phase, input_buffer, output_buffer, module);
       break;
     case QN_COLOR_FORMAT_RGB_INTERLEAVED:
-      demosaic_whole_image<QN_COLOR_FORMAT_RGB_INTERLEAVED>(width, height, origin_x, origin_y,
-                                                            phase, input_buffer, output_buffer,
-                                                            module);
+      demosaic_whole_image<QN_COLOR_FORMAT_RGB_INTERLEAVED>(
+          width, height, origin_x, origin_y, phase, input_buffer, output_buffer, module);
       break;
   }
   return QN_DEMOSAIC_NO_ERROR;

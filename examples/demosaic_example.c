@@ -36,9 +36,9 @@ int main(void) {
 
   qn_demosaic_module_initialize();
   double const start = seconds_now();
-  int const result = qn_demosaic_transform_16_to_48(
-      WIDTH, HEIGHT, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_RGB_INTERLEAVED,
-      QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic, image);
+  int const result = qn_demosaic_transform_16_to_48(WIDTH, HEIGHT, 0, 0, QN_CFA_PHASE_RED,
+                                                    QN_COLOR_FORMAT_RGB_INTERLEAVED,
+                                                    QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic, image);
   double const elapsed = seconds_now() - start;
   qn_demosaic_module_terminate();
   if (result != QN_DEMOSAIC_NO_ERROR) {

@@ -25,10 +25,10 @@ extern "C" {
 /* Colour of the filter at the pattern's origin; also the colour class of any
  * single pixel. */
 typedef enum QN_COLOR_FILTER_ARRAY_PHASE {
-  QN_CFA_PHASE_RED = 0,               /* R G / G B */
-  QN_CFA_PHASE_BLUE = 1,              /* B G / G R */
-  QN_CFA_PHASE_GREEN_IN_RED_ROW = 2,  /* G R / B G */
-  QN_CFA_PHASE_GREEN_IN_BLUE_ROW = 3  /* G B / R G */
+  QN_CFA_PHASE_RED = 0,              /* R G / G B */
+  QN_CFA_PHASE_BLUE = 1,             /* B G / G R */
+  QN_CFA_PHASE_GREEN_IN_RED_ROW = 2, /* G R / B G */
+  QN_CFA_PHASE_GREEN_IN_BLUE_ROW = 3 /* G B / R G */
 } QN_COLOR_FILTER_ARRAY_PHASE;
 
 /* Layout of the output buffer (3 * width * height samples). */
@@ -42,9 +42,7 @@ typedef enum QN_COLOR_FORMAT {
   QN_COLOR_FORMAT_RGB_INTERLEAVED = 2
 } QN_COLOR_FORMAT;
 
-typedef enum QN_COLOR_FILTER_TYPE {
-  QN_COLOR_FILTER_TYPE_BAYER = 0
-} QN_COLOR_FILTER_TYPE;
+typedef enum QN_COLOR_FILTER_TYPE { QN_COLOR_FILTER_TYPE_BAYER = 0 } QN_COLOR_FILTER_TYPE;
 
 /* Result codes. Values 2, 9, 11 and 12 are reserved and never returned. */
 typedef enum QN_DEMOSAIC_ERROR {
@@ -82,9 +80,8 @@ QN_DEMOSAIC_EXPORT int qn_demosaic_module_terminate(void);
  *                  taken as full 16-bit values.
  * Returns a QN_DEMOSAIC_ERROR value. */
 QN_DEMOSAIC_EXPORT int qn_demosaic_transform_16_to_48(
-    int width, int height, int origin_x, int origin_y,
-    QN_COLOR_FILTER_ARRAY_PHASE phase, QN_COLOR_FORMAT color_format,
-    QN_COLOR_FILTER_TYPE color_filter_type, int bit_depth,
+    int width, int height, int origin_x, int origin_y, QN_COLOR_FILTER_ARRAY_PHASE phase,
+    QN_COLOR_FORMAT color_format, QN_COLOR_FILTER_TYPE color_filter_type, int bit_depth,
     const unsigned short* input_buffer, unsigned short* output_buffer);
 
 /* As qn_demosaic_transform_16_to_48, with the instruction-set level chosen by
@@ -94,11 +91,9 @@ QN_DEMOSAIC_EXPORT int qn_demosaic_transform_16_to_48(
  * processor lacks its instructions) also runs the scalar code, so the output
  * is the same at every level. */
 QN_DEMOSAIC_EXPORT int qn_demosaic_transform_test_16_to_48(
-    int width, int height, int origin_x, int origin_y,
-    QN_COLOR_FILTER_ARRAY_PHASE phase, QN_COLOR_FORMAT color_format,
-    QN_COLOR_FILTER_TYPE color_filter_type, int bit_depth,
-    const unsigned short* input_buffer, unsigned short* output_buffer,
-    int instruction_set_level);
+    int width, int height, int origin_x, int origin_y, QN_COLOR_FILTER_ARRAY_PHASE phase,
+    QN_COLOR_FORMAT color_format, QN_COLOR_FILTER_TYPE color_filter_type, int bit_depth,
+    const unsigned short* input_buffer, unsigned short* output_buffer, int instruction_set_level);
 
 #ifdef __cplusplus
 }

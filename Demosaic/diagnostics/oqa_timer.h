@@ -18,7 +18,8 @@ class OQATimer {
   // Whole microseconds in a signed nanosecond difference, truncated toward
   // zero, as the record prints them.
   static double whole_microseconds(std::int64_t elapsed_nanoseconds) {
-    return static_cast<double>(elapsed_nanoseconds / 1000);
+    std::int64_t const microseconds = elapsed_nanoseconds / 1000;
+    return static_cast<double>(microseconds);
   }
 
  private:

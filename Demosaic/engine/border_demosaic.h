@@ -16,8 +16,8 @@
 // Neighbour sets of one border position, grouped by the colour class of the
 // pixel (red, blue, green in a red row, green in a blue row) and within a
 // class ordered red, green, blue. Only ever used as a template argument.
-template <typename S0, typename S1, typename S2, typename S3, typename S4, typename S5,
-          typename S6, typename S7, typename S8, typename S9, typename S10, typename S11>
+template <typename S0, typename S1, typename S2, typename S3, typename S4, typename S5, typename S6,
+          typename S7, typename S8, typename S9, typename S10, typename S11>
 struct ColorPixelAveragingPrimitives {
   using slots = std::tuple<S0, S1, S2, S3, S4, S5, S6, S7, S8, S9, S10, S11>;
   template <std::size_t Slot>
@@ -37,15 +37,15 @@ using G8 = Demosaic_grid_8;
 template <typename... P>
 using S = std::tuple<P...>;
 
-using Left_column = ColorPixelAveragingPrimitives<  //
-    S<G4>, S<G1, G7, G5>, S<G2, G8>,                  // red pixel
-    S<G2, G8>, S<G1, G7, G5>, S<G4>,                  // blue pixel
-    S<G5>, S<G4>, S<G1, G7>,                          // green pixel, red row
-    S<G1, G7>, S<G4>, S<G5>>;                         // green pixel, blue row
-using Right_column = ColorPixelAveragingPrimitives<   //
-    S<G4>, S<G1, G7, G3>, S<G0, G6>,                  //
-    S<G0, G6>, S<G1, G7, G3>, S<G4>,                  //
-    S<G3>, S<G4>, S<G1, G7>,                          //
+using Left_column = ColorPixelAveragingPrimitives<   //
+    S<G4>, S<G1, G7, G5>, S<G2, G8>,                 // red pixel
+    S<G2, G8>, S<G1, G7, G5>, S<G4>,                 // blue pixel
+    S<G5>, S<G4>, S<G1, G7>,                         // green pixel, red row
+    S<G1, G7>, S<G4>, S<G5>>;                        // green pixel, blue row
+using Right_column = ColorPixelAveragingPrimitives<  //
+    S<G4>, S<G1, G7, G3>, S<G0, G6>,                 //
+    S<G0, G6>, S<G1, G7, G3>, S<G4>,                 //
+    S<G3>, S<G4>, S<G1, G7>,                         //
     S<G1, G7>, S<G4>, S<G3>>;
 using Top_row = ColorPixelAveragingPrimitives<  //
     S<G4>, S<G7, G3, G5>, S<G6, G8>,            //
@@ -77,7 +77,8 @@ using Bottom_right_corner = ColorPixelAveragingPrimitives<  //
 template <typename Primitives, std::size_t Class, typename Store>
 inline void store_class_values(Dimensional_array_overlay<unsigned short> const& input,
                                unsigned long row, unsigned long column, Store& store) {
-  unsigned short const red = typename Primitives::template averager<3 * Class>{}(input, row, column);
+  unsigned short const red =
+      typename Primitives::template averager<3 * Class>{}(input, row, column);
   unsigned short const green =
       typename Primitives::template averager<3 * Class + 1>{}(input, row, column);
   unsigned short const blue =
@@ -160,27 +161,27 @@ void demosaic_transform_edges_scalar_impl(int width, int height, int origin_x, i
 
   for (unsigned long row = 1; row < last_row; ++row) {
     compute_color_pixel_values<border_sets::Left_column>(input, row, 0, phase, columns, origin,
-                                                          store);
+                                                         store);
   }
   for (unsigned long row = 1; row < last_row; ++row) {
     compute_color_pixel_values<border_sets::Right_column>(input, row, last_column, phase, columns,
-                                                           origin, store);
+                                                          origin, store);
   }
   for (unsigned long column = 1; column < last_column; ++column) {
     compute_color_pixel_values<border_sets::Top_row>(input, 0, column, phase, columns, origin,
-                                                      store);
+                                                     store);
   }
   for (unsigned long column = 1; column < last_column; ++column) {
     compute_color_pixel_values<border_sets::Bottom_row>(input, last_row, column, phase, columns,
-                                                         origin, store);
+                                                        origin, store);
   }
   store_top_left_corner(input, determine_pixel_color(0, 0, origin, phase), store);
   compute_color_pixel_values<border_sets::Top_right_corner>(input, 0, last_column, phase, columns,
-                                                             origin, store);
+                                                            origin, store);
   compute_color_pixel_values<border_sets::Bottom_left_corner>(input, last_row, 0, phase, columns,
-                                                               origin, store);
+                                                              origin, store);
   compute_color_pixel_values<border_sets::Bottom_right_corner>(input, last_row, last_column, phase,
-                                                                columns, origin, store);
+                                                               columns, origin, store);
 }
 
 #endif  // OQA_DEMOSAIC_ENGINE_BORDER_DEMOSAIC_H

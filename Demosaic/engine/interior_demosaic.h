@@ -30,9 +30,11 @@ using Own = Pixel_averager<std::tuple<Demosaic_grid_4>>;
 using Vertical = Pixel_averager<std::tuple<Demosaic_grid_1, Demosaic_grid_7>>;
 using Horizontal = Pixel_averager<std::tuple<Demosaic_grid_3, Demosaic_grid_5>>;
 // Left with right, then above with below.
-using Cross = Pixel_averager<std::tuple<Demosaic_grid_3, Demosaic_grid_5, Demosaic_grid_1, Demosaic_grid_7>>;
+using Cross =
+    Pixel_averager<std::tuple<Demosaic_grid_3, Demosaic_grid_5, Demosaic_grid_1, Demosaic_grid_7>>;
 // The two upper corners, then the two lower corners.
-using Diagonal = Pixel_averager<std::tuple<Demosaic_grid_0, Demosaic_grid_2, Demosaic_grid_6, Demosaic_grid_8>>;
+using Diagonal =
+    Pixel_averager<std::tuple<Demosaic_grid_0, Demosaic_grid_2, Demosaic_grid_6, Demosaic_grid_8>>;
 
 // Blue, green, red averagers of a pixel of each class.
 #define OQA_RED_PIXEL Diagonal, Cross, Own
@@ -157,11 +159,11 @@ void demosaic_interior_using_color_phase(int width, int height, int origin_x, in
   switch (determine_pixel_color(1, 1, origin, phase)) {
     case QN_CFA_PHASE_RED:
       demosaic_interior_impl<interior_sets::Cell_starting_red, Store>(input, output_buffer, rows,
-                                                                     columns);
+                                                                      columns);
       break;
     case QN_CFA_PHASE_BLUE:
       demosaic_interior_impl<interior_sets::Cell_starting_blue, Store>(input, output_buffer, rows,
-                                                                      columns);
+                                                                       columns);
       break;
     case QN_CFA_PHASE_GREEN_IN_RED_ROW:
       demosaic_interior_impl<interior_sets::Cell_starting_green_in_red_row, Store>(

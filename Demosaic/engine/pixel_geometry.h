@@ -85,10 +85,10 @@ template <typename P0, typename P1, typename P2>
 struct Pixel_averager_impl<std::tuple<P0, P1, P2>, 3> {
   unsigned short operator()(Dimensional_array_overlay<unsigned short> const& input,
                             unsigned long row, unsigned long column) const {
-    return static_cast<unsigned short>(
-        (neighbour_sample<P0>(input, row, column) + neighbour_sample<P1>(input, row, column) +
-         neighbour_sample<P2>(input, row, column)) /
-        3);
+    return static_cast<unsigned short>((neighbour_sample<P0>(input, row, column) +
+                                        neighbour_sample<P1>(input, row, column) +
+                                        neighbour_sample<P2>(input, row, column)) /
+                                       3);
   }
 };
 

@@ -15,10 +15,10 @@ enum Instruction_set_level : int {
 
 // The processor identification words the choice depends on.
 struct Cpuid_words {
-  std::int32_t max_leaf = 0;        // leaf 0, EAX
-  std::uint32_t leaf_1_ecx = 0;     // leaf 1, sub-leaf 0
-  std::uint32_t leaf_1_edx = 0;     // leaf 1, sub-leaf 0
-  std::uint32_t leaf_7_ebx = 0;     // leaf 7, sub-leaf 0; 0 when max_leaf < 7
+  std::int32_t max_leaf = 0;     // leaf 0, EAX
+  std::uint32_t leaf_1_ecx = 0;  // leaf 1, sub-leaf 0
+  std::uint32_t leaf_1_edx = 0;  // leaf 1, sub-leaf 0
+  std::uint32_t leaf_7_ebx = 0;  // leaf 7, sub-leaf 0; 0 when max_leaf < 7
 };
 
 struct Module_usability {

@@ -18,8 +18,8 @@ constexpr unsigned short sentinel = 0xBEEF;
 enum class Pass { interior, border };
 
 std::vector<unsigned short> run(Pass pass, int format, int width, int height, int origin_x,
-                                 int origin_y, int phase, std::vector<unsigned short> const& input) {
-  std::vector<unsigned short> output(static_cast<std::size_t>(3 * width * height), sentinel);
+                                int origin_y, int phase, std::vector<unsigned short> const& input) {
+  std::vector<unsigned short> output(static_cast<std::size_t>(3) * width * height, sentinel);
   auto const p = static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase);
   auto* const out = output.data();
   auto const* const in = input.data();
@@ -27,7 +27,7 @@ std::vector<unsigned short> run(Pass pass, int format, int width, int height, in
     switch (format) {
       case 0:
         demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_PLANAR>(width, height, origin_x,
-                                                                         origin_y, in, out, p);
+                                                                        origin_y, in, out, p);
         break;
       case 1:
         demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_INTERLEAVED>(
@@ -41,7 +41,7 @@ std::vector<unsigned short> run(Pass pass, int format, int width, int height, in
     switch (format) {
       case 0:
         demosaic_transform_edges_scalar_impl<QN_COLOR_FORMAT_BGR_PLANAR>(width, height, origin_x,
-                                                                          origin_y, p, in, out);
+                                                                         origin_y, p, in, out);
         break;
       case 1:
         demosaic_transform_edges_scalar_impl<QN_COLOR_FORMAT_BGR_INTERLEAVED>(
@@ -118,8 +118,8 @@ TEST(InteriorPass, OnlyTheParitiesOfTheOriginMatter) {
 TEST(BorderPass, TwoByTwoInEveryFormat) {
   std::vector<unsigned short> const input = {100, 7, 8, 300};
   auto const planar = run(Pass::border, 0, 2, 2, 0, 0, 0, input);
-  EXPECT_EQ(planar, (std::vector<unsigned short>{300, 300, 300, 300, 8, 7, 8, 8, 100, 100, 100,
-                                                 100}));
+  EXPECT_EQ(planar,
+            (std::vector<unsigned short>{300, 300, 300, 300, 8, 7, 8, 8, 100, 100, 100, 100}));
   auto const bgr = run(Pass::border, 1, 2, 2, 0, 0, 0, input);
   EXPECT_EQ(bgr, (std::vector<unsigned short>{300, 8, 100, 300, 7, 100, 300, 8, 100, 300, 8, 100}));
   auto const rgb = run(Pass::border, 2, 2, 2, 0, 0, 0, input);
@@ -159,17 +159,17 @@ TEST(PassRegions, InteriorAndBorderWriteComplementaryPixels) {
   std::mt19937 random(11);
   for (int height = 2; height <= 9; ++height) {
     for (int width = 2; width <= 9; ++width) {
-      std::vector<std::uint16_t> input(static_cast<std::size_t>(width * height));
+      std::vector<std::uint16_t> input(static_cast<std::size_t>(width) * height);
       for (auto& sample : input) sample = static_cast<std::uint16_t>(random());
       for (int phase = 0; phase < 4; ++phase) {
         for (int format = 0; format < 3; ++format) {
           auto const interior = run(Pass::interior, format, width, height, 0, 1, phase, input);
           auto const border = run(Pass::border, format, width, height, 0, 1, phase, input);
           auto const model = reference::model_image(input, width, height, 0, 1, phase, format);
-          auto const n = static_cast<std::size_t>(width * height);
+          auto const n = static_cast<std::size_t>(width) * height;
           for (int row = 0; row < height; ++row) {
             for (int column = 0; column < width; ++column) {
-              auto const i = static_cast<std::size_t>(row * width + column);
+              auto const i = static_cast<std::size_t>(row) * width + column;
               bool const inside =
                   row >= 1 && row <= height - 2 && column >= 1 && column <= width - 2;
               auto const& writer = inside ? interior : border;

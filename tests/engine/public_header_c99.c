@@ -9,8 +9,8 @@ int main(void) {
                    QN_COLOR_FILTER_TYPE, int, const unsigned short*, unsigned short*, int) =
       qn_demosaic_transform_test_16_to_48;
   /* The enumerations are carried as int-sized values. */
-  int sizes_ok = sizeof(phase) == sizeof(int) && sizeof(format) == sizeof(int) &&
-                 sizeof(error) == sizeof(int);
+  int sizes_ok =
+      sizeof(phase) == sizeof(int) && sizeof(format) == sizeof(int) && sizeof(error) == sizeof(int);
   int values_ok = QN_DEMOSAIC_INVALID_OUTPUT_COLOR_FORMAT == 10 && QN_CFA_PHASE_BLUE == 1 &&
                   QN_COLOR_FORMAT_BGR_INTERLEAVED == 1 && QN_COLOR_FILTER_TYPE_BAYER == 0;
   return (sizes_ok && values_ok && transform != 0) ? 0 : 1;

@@ -16,8 +16,7 @@ class Module : public ::testing::Environment {
   void SetUp() override { qn_demosaic_module_initialize(); }
   void TearDown() override { qn_demosaic_module_terminate(); }
 };
-[[maybe_unused]] auto* const module_environment =
-    ::testing::AddGlobalTestEnvironment(new Module);
+[[maybe_unused]] auto* const module_environment = ::testing::AddGlobalTestEnvironment(new Module);
 
 constexpr std::size_t guard_samples = 64;
 constexpr std::uint16_t guard_value = 0x5A5A;
@@ -25,7 +24,7 @@ constexpr std::uint16_t guard_value = 0x5A5A;
 // Runs a scalar transform into a buffer with a guard zone behind the output.
 std::vector<std::uint16_t> demosaic(std::vector<std::uint16_t> const& input, int width, int height,
                                     int origin_x, int origin_y, int phase, int format) {
-  std::size_t const size = static_cast<std::size_t>(3 * width * height);
+  std::size_t const size = static_cast<std::size_t>(3) * width * height;
   std::vector<std::uint16_t> output(size + guard_samples, guard_value);
   int const result = qn_demosaic_transform_test_16_to_48(
       width, height, origin_x, origin_y, static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase),
@@ -43,20 +42,20 @@ const std::vector<std::uint16_t> three_by_three = {0, 3, 1, 4, 9, 7, 2, 6, 5};
 
 TEST(WholeImage, ThreeByThreePhaseRed) {
   EXPECT_EQ(demosaic(three_by_three, 3, 3, 0, 0, 0, 1),
-            (std::vector<std::uint16_t>{9, 4, 0, 9, 3, 1, 9, 5, 1, 9, 4, 1, 9, 6, 3, 9, 7, 3,
-                                        9, 5, 2, 9, 6, 4, 9, 7, 5}));
+            (std::vector<std::uint16_t>{9, 4, 0, 9, 3, 1, 9, 5, 1, 9, 4, 1, 9, 6,
+                                        3, 9, 7, 3, 9, 5, 2, 9, 6, 4, 9, 7, 5}));
   EXPECT_EQ(demosaic(three_by_three, 3, 3, 0, 0, 0, 0),
-            (std::vector<std::uint16_t>{9, 9, 9, 9, 9, 9, 9, 9, 9, 4, 3, 5, 4, 6, 7, 5, 6, 7,
-                                        0, 1, 1, 1, 3, 3, 2, 4, 5}));
+            (std::vector<std::uint16_t>{9, 9, 9, 9, 9, 9, 9, 9, 9, 4, 3, 5, 4, 6,
+                                        7, 5, 6, 7, 0, 1, 1, 1, 3, 3, 2, 4, 5}));
   EXPECT_EQ(demosaic(three_by_three, 3, 3, 0, 0, 0, 2),
-            (std::vector<std::uint16_t>{0, 4, 9, 1, 3, 9, 1, 5, 9, 1, 4, 9, 3, 6, 9, 3, 7, 9,
-                                        2, 5, 9, 4, 6, 9, 5, 7, 9}));
+            (std::vector<std::uint16_t>{0, 4, 9, 1, 3, 9, 1, 5, 9, 1, 4, 9, 3, 6,
+                                        9, 3, 7, 9, 2, 5, 9, 4, 6, 9, 5, 7, 9}));
 }
 
 TEST(WholeImage, ThreeByThreePhaseGreenInRedRow) {
   EXPECT_EQ(demosaic(three_by_three, 3, 3, 0, 0, 2, 1),
-            (std::vector<std::uint16_t>{4, 0, 3, 6, 3, 3, 7, 1, 3, 4, 3, 5, 6, 9, 5, 7, 5, 5,
-                                        4, 2, 6, 6, 5, 6, 7, 5, 6}));
+            (std::vector<std::uint16_t>{4, 0, 3, 6, 3, 3, 7, 1, 3, 4, 3, 5, 6, 9,
+                                        5, 7, 5, 5, 4, 2, 6, 6, 5, 6, 7, 5, 6}));
 }
 
 TEST(WholeImage, TwoByTwo) {
@@ -72,6 +71,7 @@ struct Frame {
 std::vector<Frame> property_frames() {
   std::mt19937 random(2024);
   std::vector<Frame> frames;
+  frames.reserve(68);
   for (int i = 0; i < 60; ++i) {
     frames.push_back({2 + static_cast<int>(random() % 69), 2 + static_cast<int>(random() % 69)});
   }
@@ -91,7 +91,7 @@ class AgainstModel : public ::testing::TestWithParam<Samples> {};
 TEST_P(AgainstModel, WholeOutputMatches) {
   std::mt19937 random(static_cast<unsigned>(GetParam()) + 99);
   for (Frame const frame : property_frames()) {
-    std::vector<std::uint16_t> input(static_cast<std::size_t>(frame.width * frame.height));
+    std::vector<std::uint16_t> input(static_cast<std::size_t>(frame.width) * frame.height);
     for (auto& sample : input) {
       sample = GetParam() == Samples::random ? static_cast<std::uint16_t>(random())
                : GetParam() == Samples::zero ? 0

@@ -26,10 +26,12 @@ TEST(Concurrency, EightThreadsOnDifferentBuffersAreAllExact) {
   for (int i = 0; i < 8; ++i) {
     Job job{64 + 13 * i, 40 + 7 * i, i % 4, i % 3, {}, {}};
     job.input = test_support::random_mosaic(job.width, job.height, 100 + i);
-    job.expected = test_support::transform(job.input, job.width, job.height, job.phase, job.format, 0);
+    job.expected =
+        test_support::transform(job.input, job.width, job.height, job.phase, job.format, 0);
     jobs.push_back(std::move(job));
   }
   std::vector<std::thread> threads;
+  threads.reserve(jobs.size());
   for (auto& job : jobs) {
     threads.emplace_back([&job] {
       for (int round = 0; round < 20; ++round) {

@@ -37,8 +37,8 @@ TEST(ExportedSymbols, ExactlyTheDocumentedOnes) {
       "load_shared_library(char const*)",
       "unload_shared_library(void*&)",
       "get_function_handle(void*, char const*)",
-      "determine_pixel_color(unsigned long, unsigned long, std::pair<unsigned long, unsigned "
-      "long> const&, QN_COLOR_FILTER_ARRAY_PHASE)",
+      std::string("determine_pixel_color(unsigned long, unsigned long, ") +
+          "std::pair<unsigned long, unsigned long> const&, QN_COLOR_FILTER_ARRAY_PHASE)",
       "logger",
       "vector_sse_demosaic_module",
       "vector_avx2_demosaic_module",

@@ -44,7 +44,8 @@ TEST_F(Companions_complete, FirstInitialiseCreatesEverythingOnceAndLastTerminate
             "open OSTREVAN_OQA_DEMOSAIC [] ostrevan_oqa_logger.cfg");
 
   EXPECT_EQ(qn_demosaic_module_terminate(), 0);
-  EXPECT_FALSE(transform(mosaic(), 37, 23, 0, 1, default_entry).empty()) << "one initialise is still open";
+  EXPECT_FALSE(transform(mosaic(), 37, 23, 0, 1, default_entry).empty())
+      << "one initialise is still open";
   for (int level : {sse, avx2, avx512}) EXPECT_EQ(companion_counters(level).terminate.load(), 0);
 
   EXPECT_EQ(qn_demosaic_module_terminate(), 0);
@@ -53,8 +54,8 @@ TEST_F(Companions_complete, FirstInitialiseCreatesEverythingOnceAndLastTerminate
     EXPECT_EQ(companion_counters(level).terminate.load(), 1);
   }
   auto const& events = test_doubles::events();
-  std::vector<std::string> const expected_end = {"terminate sse", "terminate avx2",
-                                                 "terminate avx512", "free OSTREVAN_OQA_DEMOSAIC []"};
+  std::vector<std::string> const expected_end = {
+      "terminate sse", "terminate avx2", "terminate avx512", "free OSTREVAN_OQA_DEMOSAIC []"};
   ASSERT_GE(events.size(), expected_end.size());
   EXPECT_TRUE(std::equal(expected_end.begin(), expected_end.end(), events.end() - 4));
   EXPECT_TRUE(transform(mosaic(), 37, 23, 0, 1, default_entry).empty()) << "terminated: result 1";
@@ -107,10 +108,9 @@ TEST_F(Companions_complete, TimingRecordIsWrittenWhenTheCompanionThrows) {
   test_doubles::logged_records().clear();
   test_doubles::companion_transform_throws(avx2) = true;
   std::vector<std::uint16_t> output(3 * 37 * 23);
-  EXPECT_THROW(qn_demosaic_transform_test_16_to_48(37, 23, 0, 0, QN_CFA_PHASE_RED,
-                                                   QN_COLOR_FORMAT_BGR_INTERLEAVED,
-                                                   QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic().data(),
-                                                   output.data(), avx2),
+  EXPECT_THROW(qn_demosaic_transform_test_16_to_48(
+                   37, 23, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_INTERLEAVED,
+                   QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic().data(), output.data(), avx2),
                std::runtime_error);
   ASSERT_EQ(test_doubles::logged_records().size(), 1U);
   EXPECT_EQ(test_doubles::logged_records()[0].priority, 7);
@@ -133,7 +133,8 @@ class Companions_broken : public Companions_complete {};
 TEST_F(Companions_broken, IncompleteModulesAreNeverCalled) {
   qn_demosaic_module_initialize();
   EXPECT_EQ(companion_counters(sse).initialize.load(), 1);
-  EXPECT_EQ(companion_counters(avx512).initialize.load(), 0) << "initialise runs only when all entries exist";
+  EXPECT_EQ(companion_counters(avx512).initialize.load(), 0)
+      << "initialise runs only when all entries exist";
   auto const scalar = transform(mosaic(), 37, 23, 3, 1, 0);
   EXPECT_EQ(transform(mosaic(), 37, 23, 3, 1, default_entry), scalar);
   EXPECT_EQ(transforms_run(sse), 1);
@@ -152,7 +153,8 @@ TEST_F(Companions_none, EveryLevelRunsTheScalarCode) {
   for (int format = 0; format < 3; ++format) {
     auto const scalar = transform(mosaic(), 37, 23, 0, format, 0);
     ASSERT_FALSE(scalar.empty());
-    for (int level : {default_entry, 1, 2, 3}) EXPECT_EQ(transform(mosaic(), 37, 23, 0, format, level), scalar);
+    for (int level : {default_entry, 1, 2, 3})
+      EXPECT_EQ(transform(mosaic(), 37, 23, 0, format, level), scalar);
   }
   EXPECT_EQ(qn_demosaic_module_terminate(), 0);
 }
@@ -191,16 +193,16 @@ TEST_F(Companions_real, AllLoadAndEveryLevelGivesTheScalarBytes) {
     EXPECT_TRUE(library_loaded(std::string("libostrevan_oqa_demosaic_vector_") + name + ".so"))
         << name;
   }
-  for (auto [width, height] : {std::pair{37, 23}, std::pair{2, 9}, std::pair{130, 3},
-                               std::pair{640, 11}}) {
+  for (auto [width, height] :
+       {std::pair{37, 23}, std::pair{2, 9}, std::pair{130, 3}, std::pair{640, 11}}) {
     auto const input = test_support::random_mosaic(width, height, width);
     for (int phase = 0; phase < 4; ++phase) {
       for (int format = 0; format < 3; ++format) {
         auto const scalar = transform(input, width, height, phase, format, 0, 1, -3);
         for (int level : {default_entry, 1, 2, 3}) {
           ASSERT_EQ(transform(input, width, height, phase, format, level, 1, -3), scalar)
-              << width << "x" << height << " phase " << phase << " format " << format
-              << " level " << level;
+              << width << "x" << height << " phase " << phase << " format " << format << " level "
+              << level;
         }
       }
     }

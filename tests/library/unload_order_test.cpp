@@ -21,8 +21,8 @@ int main() {
   test_doubles::events().clear();
   dlclose(library);
 
-  std::vector<std::string> const expected = {"terminate avx512", "terminate avx2",
-                                             "terminate sse", "free OSTREVAN_OQA_DEMOSAIC []"};
+  std::vector<std::string> const expected = {"terminate avx512", "terminate avx2", "terminate sse",
+                                             "free OSTREVAN_OQA_DEMOSAIC []"};
   auto const& events = test_doubles::events();
   bool const ok = events == expected;
   for (auto const& event : events) std::printf("%s\n", event.c_str());

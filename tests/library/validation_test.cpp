@@ -179,16 +179,14 @@ TEST(Timing, NotInitialisedGivesOneAndNoRecord) {
   auto const mosaic = test_support::random_mosaic(4, 4, 5);
   test_doubles::reset();
   std::vector<std::uint16_t> output(48, untouched);
-  EXPECT_EQ(qn_demosaic_transform_16_to_48(4, 4, 0, 0, QN_CFA_PHASE_RED,
-                                           QN_COLOR_FORMAT_BGR_INTERLEAVED,
-                                           QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic.data(),
-                                           output.data()),
-            QN_DEMOSAIC_MODULE_NOT_INITIALIZED);
+  EXPECT_EQ(
+      qn_demosaic_transform_16_to_48(4, 4, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_INTERLEAVED,
+                                     QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic.data(), output.data()),
+      QN_DEMOSAIC_MODULE_NOT_INITIALIZED);
   // Rejected arguments are not even looked at before initialise.
-  EXPECT_EQ(qn_demosaic_transform_test_16_to_48(0, 0, 0, 0, QN_CFA_PHASE_RED,
-                                                QN_COLOR_FORMAT_BGR_INTERLEAVED,
-                                                QN_COLOR_FILTER_TYPE_BAYER, 16, nullptr, nullptr,
-                                                0),
+  EXPECT_EQ(qn_demosaic_transform_test_16_to_48(
+                0, 0, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_INTERLEAVED,
+                QN_COLOR_FILTER_TYPE_BAYER, 16, nullptr, nullptr, 0),
             QN_DEMOSAIC_MODULE_NOT_INITIALIZED);
   qn_demosaic_module_initialize();
   qn_demosaic_module_terminate();

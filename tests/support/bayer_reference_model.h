@@ -40,10 +40,8 @@ inline void model_pixel(std::vector<std::uint16_t> const& mosaic, long width, lo
     } else {
       // Neighbours of the wanted colour, as pairs that are averaged first:
       // left/right, above/below, upper corners, lower corners.
-      long const pairs[4][2][2] = {{{0, -1}, {0, 1}},
-                                   {{-1, 0}, {1, 0}},
-                                   {{-1, -1}, {-1, 1}},
-                                   {{1, -1}, {1, 1}}};
+      long const pairs[4][2][2] = {
+          {{0, -1}, {0, 1}}, {{-1, 0}, {1, 0}}, {{-1, -1}, {-1, 1}}, {{1, -1}, {1, 1}}};
       std::vector<std::uint32_t> samples;
       std::vector<std::uint32_t> pair_averages;
       for (auto const& pair : pairs) {
@@ -83,13 +81,13 @@ inline void model_pixel(std::vector<std::uint16_t> const& mosaic, long width, lo
 
 // The whole output in `format` (0 BGR planar, 1 BGR interleaved, 2 RGB interleaved).
 inline std::vector<std::uint16_t> model_image(std::vector<std::uint16_t> const& mosaic, long width,
-                                              long height, long origin_x, long origin_y,
-                                              int phase, int format) {
+                                              long height, long origin_x, long origin_y, int phase,
+                                              int format) {
   std::vector<std::uint16_t> output(static_cast<std::size_t>(3 * width * height));
   long const n = width * height;
   for (long row = 0; row < height; ++row) {
     for (long column = 0; column < width; ++column) {
-      std::uint16_t bgr[3];
+      std::uint16_t bgr[3] = {0, 0, 0};
       model_pixel(mosaic, width, height, origin_x, origin_y, phase, row, column, bgr);
       long const i = row * width + column;
       if (format == 0) {

@@ -28,14 +28,13 @@ inline std::vector<std::uint16_t> transform(std::vector<std::uint16_t> const& mo
   std::vector<std::uint16_t> output(static_cast<std::size_t>(3) * width * height, 0xA5A5);
   auto const p = static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase);
   auto const f = static_cast<QN_COLOR_FORMAT>(format);
-  int const result =
-      level == default_entry
-          ? qn_demosaic_transform_16_to_48(width, height, origin_x, origin_y, p, f,
-                                                 QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic.data(),
-                                                 output.data())
-                : qn_demosaic_transform_test_16_to_48(width, height, origin_x, origin_y, p, f,
-                                                      QN_COLOR_FILTER_TYPE_BAYER, 16,
-                                                      mosaic.data(), output.data(), level);
+  int const result = level == default_entry
+                         ? qn_demosaic_transform_16_to_48(width, height, origin_x, origin_y, p, f,
+                                                          QN_COLOR_FILTER_TYPE_BAYER, 16,
+                                                          mosaic.data(), output.data())
+                         : qn_demosaic_transform_test_16_to_48(width, height, origin_x, origin_y, p,
+                                                               f, QN_COLOR_FILTER_TYPE_BAYER, 16,
+                                                               mosaic.data(), output.data(), level);
   return result == QN_DEMOSAIC_NO_ERROR ? output : std::vector<std::uint16_t>{};
 }
 

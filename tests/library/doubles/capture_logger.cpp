@@ -32,8 +32,7 @@ OQA_TEST_DOUBLES_API int oqa_log(void* log, int priority, char const* file, int 
 
 OQA_TEST_DOUBLES_API void oqa_free_log(char const* module_name, char const* instance_name) {
   std::lock_guard<std::mutex> const lock(record_mutex);
-  test_doubles::events().push_back(std::string("free ") + module_name + " [" + instance_name +
-                                   "]");
+  test_doubles::events().push_back(std::string("free ") + module_name + " [" + instance_name + "]");
 }
 
 }  // extern "C"

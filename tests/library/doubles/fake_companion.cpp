@@ -23,7 +23,8 @@ void record(char const* entry) {
 extern "C" {
 
 #ifndef FAKE_COMPANION_WITHOUT_INITIALIZE
-OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX, _module_initialize)() {
+OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX,
+                                   _module_initialize)() {
   ++test_doubles::companion_counters(level).initialize;
   record("initialize");
   return test_doubles::companion_initialize_result(level);
@@ -31,10 +32,12 @@ OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX, _
 #endif
 
 OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_transform_interior_16_to_48_vector_,
-                                   FAKE_COMPANION_SUFFIX, )(
-    int width, int height, int origin_x, int origin_y, QN_COLOR_FILTER_ARRAY_PHASE phase,
-    QN_COLOR_FORMAT color_format, const unsigned short* input_buffer,
-    unsigned short* output_buffer) {
+                                   FAKE_COMPANION_SUFFIX, )(int width, int height, int origin_x,
+                                                            int origin_y,
+                                                            QN_COLOR_FILTER_ARRAY_PHASE phase,
+                                                            QN_COLOR_FORMAT color_format,
+                                                            const unsigned short* input_buffer,
+                                                            unsigned short* output_buffer) {
   ++test_doubles::companion_counters(level).transform;
   if (test_doubles::companion_transform_throws(level)) {
     throw std::runtime_error("companion failure");
@@ -57,7 +60,8 @@ OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_transform_interior_16_to_48_vecto
 }
 
 #ifndef FAKE_COMPANION_WITHOUT_TERMINATE
-OQA_TEST_DOUBLES_API void OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX, _module_terminate)() {
+OQA_TEST_DOUBLES_API void OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX,
+                                    _module_terminate)() {
   ++test_doubles::companion_counters(level).terminate;
   record("terminate");
 }
