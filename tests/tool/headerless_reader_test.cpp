@@ -1,0 +1,35 @@
+// Headerless frames: little-endian samples, exact size, the size option.
+#include <gtest/gtest.h>
+
+#include "headerless_reader.h"
+#include "image_io_error.h"
+
+namespace {
+
+TEST(Headerless_reader, SamplesAreLittleEndian) {
+  const std::vector<std::uint8_t> bytes{0x34, 0x12, 0xCD, 0xAB, 0x01, 0x00, 0x00, 0xFF};
+  const auto image = oqa_tool::read_headerless(bytes, {2, 2});
+  EXPECT_EQ(image.samples, (std::vector<std::uint16_t>{0x1234, 0xABCD, 0x0001, 0xFF00}));
+}
+
+TEST(Headerless_reader, RefusesAnythingButTheExactSize) {
+  EXPECT_THROW(oqa_tool::read_headerless(std::vector<std::uint8_t>(7), {2, 2}),
+               oqa_tool::Image_io_error);
+  EXPECT_THROW(oqa_tool::read_headerless(std::vector<std::uint8_t>(10), {2, 2}),
+               oqa_tool::Image_io_error);
+  EXPECT_THROW(oqa_tool::read_headerless(std::vector<std::uint8_t>(4), {1, 2}),
+               oqa_tool::Image_io_error);
+}
+
+TEST(Headerless_reader, ParsesFrameSizes) {
+  const auto size = oqa_tool::parse_frame_size("4096x3072");
+  ASSERT_TRUE(size.has_value());
+  EXPECT_EQ(size->width, 4096);
+  EXPECT_EQ(size->height, 3072);
+  for (const char* bad :
+       {"", "4096", "x3072", "4096x", "-2x2", "2x2x2", "0x5", "axb", "99999999999x2"}) {
+    EXPECT_FALSE(oqa_tool::parse_frame_size(bad).has_value()) << bad;
+  }
+}
+
+}  // namespace

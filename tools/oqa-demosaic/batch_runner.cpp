@@ -1,0 +1,198 @@
+#include "batch_runner.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <new>
+#include <thread>
+
+#include "image_io_error.h"
+#include "image_writer.h"
+#include "output_file.h"
+#include "progress_bar.h"
+#include "tool_options.h"
+
+namespace oqa_tool {
+
+namespace {
+
+struct Job {
+  std::string input;
+  std::string target;
+  Output_type type = Output_type::tiff;
+  // Set when the job cannot run at all (its output name clashes).
+  std::string planning_error;
+};
+
+struct Totals {
+  std::mutex mutex;
+  std::size_t done = 0;
+  std::size_t failed = 0;
+  std::uint64_t pixels = 0;
+  double demosaic_seconds = 0.0;
+};
+
+// An error and the file it concerns: the input for reading problems, the
+// output for writing problems.
+struct Job_failure {
+  std::string file;
+  std::string problem;
+};
+
+bool names_folder(const std::string& output) {
+  return !output.empty() && (output.back() == '/' || std::filesystem::is_directory(output));
+}
+
+std::vector<Job> plan_jobs(const Tool_options& options, std::string& error) {
+  std::vector<Job> jobs;
+  if (options.inputs.size() == 1 && !names_folder(options.output)) {
+    Job job{options.inputs.front(), options.output, options.type, ""};
+    const std::optional<Output_type> by_name = output_type_of_path(options.output);
+    if (by_name) {
+      job.type = *by_name;
+    } else if (!options.type_given) {
+      error = options.output +
+              ": cannot tell the output type from the name; end it in .tif, .tiff, .png, .ppm "
+              "or .raw, or give --type";
+      return {};
+    }
+    jobs.push_back(job);
+    return jobs;
+  }
+  std::error_code code;
+  std::filesystem::create_directories(options.output, code);
+  if (code) {
+    error = options.output + ": cannot create the output folder: " + code.message();
+    return {};
+  }
+  std::map<std::string, std::string> claimed;  // target -> input
+  for (const std::string& input : options.inputs) {
+    const std::filesystem::path name = std::filesystem::path(input).stem();
+    Job job{input,
+            (std::filesystem::path(options.output) / name).string() + extension_of(options.type),
+            options.type, ""};
+    const auto [claim, fresh] = claimed.emplace(job.target, input);
+    if (!fresh) {
+      job.planning_error = "output " + job.target + " is already the output of " + claim->second;
+    }
+    jobs.push_back(job);
+  }
+  return jobs;
+}
+
+// Reads, demosaics and writes one file; returns the pixel count and the
+// seconds spent in the library.
+std::pair<std::uint64_t, double> convert(const Tool_options& options, const Job& job) {
+  if (!job.planning_error.empty()) {
+    throw Job_failure{job.input, job.planning_error};
+  }
+  std::optional<Atomic_output_file> output;
+  try {
+    output.emplace(job.target, options.force);
+  } catch (const Image_io_error& error) {
+    throw Job_failure{job.target, error.what()};
+  }
+  Mosaic_image image;
+  try {
+    image = read_mosaic_file(job.input, options.read);
+  } catch (const Image_io_error& error) {
+    throw Job_failure{job.input, error.what()};
+  }
+  const std::optional<QN_COLOR_FILTER_ARRAY_PHASE> phase =
+      options.pattern ? options.pattern : image.phase;
+  if (!phase) {
+    throw Job_failure{job.input,
+                      "the file does not record its Bayer pattern; give --pattern "
+                      "RGGB|BGGR|GRBG|GBRG"};
+  }
+  const Demosaic_request request{*phase, options.origin_x, options.origin_y,
+                                 format_for(job.type, options.raw_layout), options.level};
+  Colour_image result;
+  const auto start = std::chrono::steady_clock::now();
+  try {
+    demosaic(image, request, result);
+  } catch (const Image_io_error& error) {
+    throw Job_failure{job.input, error.what()};
+  }
+  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+  image = Mosaic_image();  // free the input before the output is encoded
+  try {
+    write_image(job.type, output->temporary_path(), result);
+    output->commit();
+  } catch (const Image_io_error& error) {
+    throw Job_failure{job.target, error.what()};
+  }
+  return {static_cast<std::uint64_t>(result.width) * result.height, seconds.count()};
+}
+
+void run_job(const Tool_options& options, const Job& job, Totals& totals, Progress_bar& progress) {
+  std::optional<Job_failure> failure;
+  std::pair<std::uint64_t, double> work{0, 0.0};
+  try {
+    work = convert(options, job);
+  } catch (const Job_failure& caught) {
+    failure = caught;
+  } catch (const std::bad_alloc&) {
+    failure = Job_failure{job.input, "out of memory"};
+  } catch (const std::exception& error) {
+    failure = Job_failure{job.input, error.what()};
+  }
+  {
+    const std::lock_guard lock(totals.mutex);
+    if (failure) {
+      ++totals.failed;
+    } else {
+      ++totals.done;
+      totals.pixels += work.first;
+      totals.demosaic_seconds += work.second;
+    }
+  }
+  if (failure) {
+    progress.message("oqa-demosaic: " + failure->file + ": " + failure->problem);
+  }
+  progress.advance();
+}
+
+}  // namespace
+
+int run_batch(const Tool_options& options) {
+  std::string planning_error;
+  const std::vector<Job> jobs = plan_jobs(options, planning_error);
+  if (!planning_error.empty()) {
+    std::fprintf(stderr, "oqa-demosaic: %s\n", planning_error.c_str());
+    return 1;
+  }
+  Totals totals;
+  Progress_bar progress(jobs.size(), jobs.size() > 1 && !options.quiet);
+  std::atomic<std::size_t> next{0};
+  const auto worker = [&] {
+    for (std::size_t index = next++; index < jobs.size(); index = next++) {
+      run_job(options, jobs[index], totals, progress);
+    }
+  };
+  const std::size_t thread_count =
+      std::clamp<std::size_t>(options.jobs, 1, std::max<std::size_t>(jobs.size(), 1));
+  std::vector<std::thread> threads;
+  for (std::size_t i = 1; i < thread_count; ++i) {
+    threads.emplace_back(worker);
+  }
+  worker();
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  progress.finish();
+
+  if (!options.quiet) {
+    const double megapixels = static_cast<double>(totals.pixels) / 1e6;
+    const double rate = totals.demosaic_seconds > 0.0 ? megapixels / totals.demosaic_seconds : 0.0;
+    std::printf("%zu file%s done, %zu failed, %.1f Mpixel demosaiced at %.1f Mpixel/s\n",
+                totals.done, totals.done == 1 ? "" : "s", totals.failed, megapixels, rate);
+  }
+  return totals.failed == 0 ? 0 : 1;
+}
+
+}  // namespace oqa_tool

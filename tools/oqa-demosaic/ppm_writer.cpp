@@ -1,0 +1,28 @@
+#include <string>
+#include <vector>
+
+#include "image_writer.h"
+#include "stdio_file.h"
+
+namespace oqa_tool {
+
+void write_ppm(const std::string& path, const Colour_image& image) {
+  Stdio_file file(path);
+  const std::string header =
+      "P6\n" + std::to_string(image.width) + " " + std::to_string(image.height) + "\n65535\n";
+  file.write(header.data(), header.size());
+  // One row at a time, swapped to big-endian as netpbm defines.
+  const std::size_t row_samples = static_cast<std::size_t>(image.width) * 3;
+  std::vector<std::uint8_t> row(row_samples * 2);
+  for (int y = 0; y < image.height; ++y) {
+    const std::uint16_t* source = image.samples.data() + y * row_samples;
+    for (std::size_t i = 0; i < row_samples; ++i) {
+      row[2 * i] = static_cast<std::uint8_t>(source[i] >> 8);
+      row[2 * i + 1] = static_cast<std::uint8_t>(source[i] & 0xFF);
+    }
+    file.write(row.data(), row.size());
+  }
+  file.close();
+}
+
+}  // namespace oqa_tool

@@ -1,0 +1,17 @@
+#include <bit>
+
+#include "image_writer.h"
+#include "stdio_file.h"
+
+namespace oqa_tool {
+
+// The documented byte order is little-endian; this tool is built for x86-64.
+static_assert(std::endian::native == std::endian::little);
+
+void write_raw(const std::string& path, const Colour_image& image) {
+  Stdio_file file(path);
+  file.write(image.samples.data(), image.samples.size() * sizeof(std::uint16_t));
+  file.close();
+}
+
+}  // namespace oqa_tool
