@@ -1,0 +1,29 @@
+// One interior pass as the kernels see it: everything decided once per call
+// by the baseline entry, so the kernels contain no argument checking.
+#ifndef OQA_VECTOR_INTERIOR_REQUEST_H
+#define OQA_VECTOR_INTERIOR_REQUEST_H
+
+#include <cstddef>
+
+namespace oqa_vector {
+
+enum class Output_layout : int { bgr_planar = 0, bgr_interleaved = 1, rgb_interleaved = 2 };
+
+struct Interior_request {
+  const unsigned short* input;  // width * height samples
+  unsigned short* output;       // 3 * width * height samples
+  std::size_t width;            // at least 3
+  std::size_t height;           // at least 3
+  // Rows 1, 3, 5, ... carry red (else blue) filters beside their greens.
+  bool odd_rows_are_red;
+  // In rows 1, 3, 5, ... the red/blue filter sits on odd columns (else green does).
+  bool odd_rows_coloured_on_odd_columns;
+  Output_layout layout;
+  // Non-temporal stores: worth it only when the output is far larger than
+  // the caches, where they save reading every output line before writing it.
+  bool streaming;
+};
+
+}  // namespace oqa_vector
+
+#endif  // OQA_VECTOR_INTERIOR_REQUEST_H

@@ -1,0 +1,104 @@
+// The three C entries of one companion library (level OQA_VECTOR_LEVEL).
+// This file is baseline code: loading the library and calling the
+// initialise entry execute no instruction beyond x86-64's base set, and the
+// kernel is reached only through the transform entry.
+#include <cstddef>
+
+#include "cpu_support.h"
+#include "interior_geometry.h"
+#include "interior_kernel.h"
+#include "ostrevan_oqa_demosaic.h"
+#include "streaming_policy.h"
+#include "vector_level_config.h"
+
+#define OQA_CONCAT3_(a, b, c) a##b##c
+#define OQA_CONCAT3(a, b, c) OQA_CONCAT3_(a, b, c)
+#define OQA_INITIALIZE_ENTRY \
+  OQA_CONCAT3(qn_demosaic_vector_, OQA_VECTOR_ISA_NAME, _module_initialize)
+#define OQA_TRANSFORM_ENTRY \
+  OQA_CONCAT3(qn_demosaic_transform_interior_16_to_48_vector_, OQA_VECTOR_ISA_NAME, )
+#define OQA_TERMINATE_ENTRY OQA_CONCAT3(qn_demosaic_vector_, OQA_VECTOR_ISA_NAME, _module_terminate)
+
+namespace {
+
+int check_arguments(int width, int height, QN_COLOR_FILTER_ARRAY_PHASE phase,
+                    QN_COLOR_FORMAT color_format, const unsigned short* input_buffer,
+                    const unsigned short* output_buffer) {
+  if (width < 2) {
+    return QN_DEMOSAIC_INVALID_IMAGE_WIDTH;
+  }
+  if (height < 2) {
+    return QN_DEMOSAIC_INVALID_IMAGE_HEIGHT;
+  }
+  if (input_buffer == nullptr) {
+    return QN_DEMOSAIC_NULL_INPUT_BUFFER;
+  }
+  if (output_buffer == nullptr) {
+    return QN_DEMOSAIC_NULL_OUTPUT_BUFFER;
+  }
+  if (input_buffer == output_buffer) {
+    return QN_DEMOSAIC_SAME_INPUT_AND_OUTPUT_BUFFER;
+  }
+  if (static_cast<int>(phase) < QN_CFA_PHASE_RED ||
+      static_cast<int>(phase) > QN_CFA_PHASE_GREEN_IN_BLUE_ROW) {
+    return QN_DEMOSAIC_INVALID_COLOR_FILTER_ARRAY_PHASE;
+  }
+  if (static_cast<int>(color_format) < QN_COLOR_FORMAT_BGR_PLANAR ||
+      static_cast<int>(color_format) > QN_COLOR_FORMAT_RGB_INTERLEAVED) {
+    return QN_DEMOSAIC_INVALID_OUTPUT_COLOR_FORMAT;
+  }
+  return QN_DEMOSAIC_NO_ERROR;
+}
+
+}  // namespace
+
+extern "C" {
+
+QN_DEMOSAIC_EXPORT int OQA_INITIALIZE_ENTRY(void) {
+#ifdef OQA_VECTOR_FORCE_DECLINE
+  // Test build: stands for a processor that lacks this level.
+  return 1;
+#else
+  return oqa_vector::processor_supports(static_cast<oqa_vector::Vector_level>(OQA_VECTOR_LEVEL),
+                                        oqa_vector::read_processor_words())
+             ? 0
+             : 1;
+#endif
+}
+
+QN_DEMOSAIC_EXPORT int OQA_TRANSFORM_ENTRY(int width, int height, int origin_x, int origin_y,
+                                           QN_COLOR_FILTER_ARRAY_PHASE phase,
+                                           QN_COLOR_FORMAT color_format,
+                                           const unsigned short* input_buffer,
+                                           unsigned short* output_buffer) {
+  // The library validates every argument before calling; the same checks
+  // here give a direct caller a result code instead of a fault.
+  int const rejected =
+      check_arguments(width, height, phase, color_format, input_buffer, output_buffer);
+  if (rejected != QN_DEMOSAIC_NO_ERROR || width == 2 || height == 2) {
+    return rejected;  // width or height 2: no interior, nothing to write
+  }
+  oqa_vector::Interior_request request = oqa_vector::describe_interior(
+      width, height, origin_x, origin_y, phase, color_format, input_buffer, output_buffer);
+  std::size_t const output_bytes = 3 * request.width * request.height * sizeof(unsigned short);
+  request.streaming = oqa_vector::use_streaming_stores(request.layout, output_bytes);
+#ifdef OQA_VECTOR_FORCE_DECLINE
+  // Test build: a declined module must never be called, so a call shows up
+  // as a damaged interior.
+  for (std::size_t sample = 0; sample < 3 * request.width * request.height; ++sample) {
+    output_buffer[sample] = 0xDEAD;
+  }
+  return 0;
+#endif
+  OQA_KERNEL_NAMESPACE::demosaic_interior(request);
+  if (request.streaming) {
+    // Non-temporal stores are weakly ordered: make them visible before the
+    // caller (or another thread it signals) reads the output.
+    __builtin_ia32_sfence();
+  }
+  return 0;
+}
+
+QN_DEMOSAIC_EXPORT void OQA_TERMINATE_ENTRY(void) {}
+
+}  // extern "C"
