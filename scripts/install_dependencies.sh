@@ -7,7 +7,7 @@ packages=(
   libgtest-dev libgmock-dev                              # unit tests
   libbenchmark-dev                                       # benchmarks
   libhwy-dev                                             # portable SIMD for the vector companions
-  libspdlog-dev                                          # the logger library
+  libspdlog-dev libfmt-dev                               # the logger library
   libcli11-dev libtiff-dev libpng-dev libraw-dev         # the oqa-demosaic tool
   libopencv-dev                                          # benchmark peer
   clang libclang-rt-dev clang-tidy cppcheck              # fuzzing and static analysis
