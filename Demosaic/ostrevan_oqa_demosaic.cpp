@@ -1,6 +1,8 @@
 // The library's exported entry points: module lifecycle and the transform.
 #include "ostrevan_oqa_demosaic.h"
 
+#include <atomic>
+
 #include "diagnostics/oqa_log_object.h"
 #include "diagnostics/oqa_timer.h"
 #include "engine/border_demosaic.h"
@@ -21,8 +23,10 @@ QN_DEMOSAIC_EXPORT constinit unique_ptr_reference_counted<Vector_avx512_demosaic
 
 namespace {
 
-// Written once per initialise, read by every default transform without a lock.
-int vector_instructions_supported = 0;
+// Written once per initialise, read by every default transform without a
+// lock. Relaxed atomic: concurrent initialises and transforms must not race,
+// and nothing else is ordered by it.
+std::atomic<int> vector_instructions_supported = 0;
 
 constexpr char const* error_prefix = "ERROR: ";
 
@@ -31,7 +35,8 @@ void select_instruction_set_level() {
   modules.sse = !vector_sse_demosaic_module.get()->load_failed;
   modules.avx2 = !vector_avx2_demosaic_module.get()->load_failed;
   modules.avx512 = !vector_avx512_demosaic_module.get()->load_failed;
-  vector_instructions_supported = choose_instruction_set_level(read_cpuid_words(), modules);
+  vector_instructions_supported.store(choose_instruction_set_level(read_cpuid_words(), modules),
+                                      std::memory_order_relaxed);
 }
 
 // The usable module of a vector level, or null for the scalar path.
@@ -175,7 +180,7 @@ int qn_demosaic_transform_16_to_48(int width, int height, int origin_x, int orig
                                    unsigned short* output_buffer) {
   return demosaic_transform_impl(width, height, origin_x, origin_y, phase, color_format,
                                  color_filter_type, bit_depth, input_buffer, output_buffer,
-                                 vector_instructions_supported);
+                                 vector_instructions_supported.load(std::memory_order_relaxed));
 }
 
 int qn_demosaic_transform_test_16_to_48(int width, int height, int origin_x, int origin_y,

@@ -18,13 +18,21 @@
 #define QN_DEMOSAIC_EXPORT
 #endif
 
+/* C++ gets a fixed underlying type, so that any int a caller passes is a
+ * valid value of the enumeration and can be checked; C enums are ints. */
+#ifdef __cplusplus
+#define QN_DEMOSAIC_ENUM_BASE : int
+#else
+#define QN_DEMOSAIC_ENUM_BASE
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* Colour of the filter at the pattern's origin; also the colour class of any
  * single pixel. */
-typedef enum QN_COLOR_FILTER_ARRAY_PHASE {
+typedef enum QN_COLOR_FILTER_ARRAY_PHASE QN_DEMOSAIC_ENUM_BASE {
   QN_CFA_PHASE_RED = 0,              /* R G / G B */
   QN_CFA_PHASE_BLUE = 1,             /* B G / G R */
   QN_CFA_PHASE_GREEN_IN_RED_ROW = 2, /* G R / B G */
@@ -32,7 +40,7 @@ typedef enum QN_COLOR_FILTER_ARRAY_PHASE {
 } QN_COLOR_FILTER_ARRAY_PHASE;
 
 /* Layout of the output buffer (3 * width * height samples). */
-typedef enum QN_COLOR_FORMAT {
+typedef enum QN_COLOR_FORMAT QN_DEMOSAIC_ENUM_BASE {
   /* Blue plane, then green plane, then red plane; each width*height,
    * row-major. */
   QN_COLOR_FORMAT_BGR_PLANAR = 0,
@@ -42,10 +50,10 @@ typedef enum QN_COLOR_FORMAT {
   QN_COLOR_FORMAT_RGB_INTERLEAVED = 2
 } QN_COLOR_FORMAT;
 
-typedef enum QN_COLOR_FILTER_TYPE { QN_COLOR_FILTER_TYPE_BAYER = 0 } QN_COLOR_FILTER_TYPE;
+typedef enum QN_COLOR_FILTER_TYPE QN_DEMOSAIC_ENUM_BASE { QN_COLOR_FILTER_TYPE_BAYER = 0 } QN_COLOR_FILTER_TYPE;
 
 /* Result codes. Values 2, 9, 11 and 12 are reserved and never returned. */
-typedef enum QN_DEMOSAIC_ERROR {
+typedef enum QN_DEMOSAIC_ERROR QN_DEMOSAIC_ENUM_BASE {
   QN_DEMOSAIC_NO_ERROR = 0,
   QN_DEMOSAIC_MODULE_NOT_INITIALIZED = 1,
   QN_DEMOSAIC_NULL_INPUT_BUFFER = 3,

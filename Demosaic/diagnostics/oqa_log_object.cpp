@@ -70,5 +70,6 @@ bool Oqa_log_object::log(OQA_LOG_PRIORITY priority, char const* file, int line,
   va_start(arguments, format);
   std::vsnprintf(message.data(), message.size() + 1, format, arguments);
   va_end(arguments);
-  return log_function(log_handle, priority, file, line, function, message.c_str()) == 0;
+  return log_function(log_handle, static_cast<int>(priority), file, line, function,
+                      message.c_str()) == 0;
 }

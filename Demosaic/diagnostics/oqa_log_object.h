@@ -11,7 +11,8 @@ enum OQA_LOG_PRIORITY : int {
   OQA_LOG_TIMING = 7,
 };
 
-using Oqa_log_function = int (*)(void* log, OQA_LOG_PRIORITY priority, char const* file, int line,
+// The logger library takes the priority as a plain int.
+using Oqa_log_function = int (*)(void* log, int priority, char const* file, int line,
                                  char const* function, char const* message);
 
 class Oqa_log_object {

@@ -18,18 +18,18 @@ int main(void) {
     fprintf(stderr, "initialise failed\n");
     return 1;
   }
-  int result = qn_demosaic_transform_16_to_48(3, 3, 0, 0, QN_CFA_PHASE_RED,
-                                              QN_COLOR_FORMAT_BGR_INTERLEAVED,
-                                              QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic, image);
+  int result =
+      qn_demosaic_transform_16_to_48(3, 3, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_INTERLEAVED,
+                                     QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic, image);
   if (result != QN_DEMOSAIC_NO_ERROR || memcmp(image, expected, sizeof image) != 0) {
     fprintf(stderr, "3x3 frame: result %d or wrong samples\n", result);
     ++failures;
   }
 
   memset(image, 0x5A, sizeof image);
-  result = qn_demosaic_transform_16_to_48(1, 3, 0, 0, QN_CFA_PHASE_RED,
-                                          QN_COLOR_FORMAT_BGR_INTERLEAVED,
-                                          QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic, image);
+  result =
+      qn_demosaic_transform_16_to_48(1, 3, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_INTERLEAVED,
+                                     QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic, image);
   if (result != QN_DEMOSAIC_INVALID_IMAGE_WIDTH || image[0] != 0x5A5A || image[26] != 0x5A5A) {
     fprintf(stderr, "width 1: result %d, or the output was written\n", result);
     ++failures;

@@ -25,13 +25,12 @@ std::vector<std::uint16_t> demosaic(std::vector<std::uint16_t> const& mosaic, in
   std::vector<std::uint16_t> image(std::size_t{3} * width * height);
   auto const phase = QN_CFA_PHASE_GREEN_IN_RED_ROW;
   auto const format = QN_COLOR_FORMAT_RGB_INTERLEAVED;
-  int const result =
-      level < 0 ? qn_demosaic_transform_16_to_48(width, height, 1, 0, phase, format,
-                                                 QN_COLOR_FILTER_TYPE_BAYER, 16, mosaic.data(),
-                                                 image.data())
-                : qn_demosaic_transform_test_16_to_48(width, height, 1, 0, phase, format,
-                                                      QN_COLOR_FILTER_TYPE_BAYER, 16,
-                                                      mosaic.data(), image.data(), level);
+  int const result = level < 0 ? qn_demosaic_transform_16_to_48(width, height, 1, 0, phase, format,
+                                                                QN_COLOR_FILTER_TYPE_BAYER, 16,
+                                                                mosaic.data(), image.data())
+                               : qn_demosaic_transform_test_16_to_48(
+                                     width, height, 1, 0, phase, format, QN_COLOR_FILTER_TYPE_BAYER,
+                                     16, mosaic.data(), image.data(), level);
   if (result != QN_DEMOSAIC_NO_ERROR) {
     std::fprintf(stderr, "level %d: result %d\n", level, result);
     image.clear();
@@ -71,7 +70,9 @@ int missing_neighbours() {
     bool const installed = std::filesystem::exists(folder / name);
     bool const is_loaded = loaded.count(name) != 0;
     std::printf("  %-42s %s\n", name,
-                is_loaded ? "loaded" : installed ? "installed but NOT loaded" : "not installed");
+                is_loaded   ? "loaded"
+                : installed ? "installed but NOT loaded"
+                            : "not installed");
     if (installed && !is_loaded) ++missing;
   }
   return missing;

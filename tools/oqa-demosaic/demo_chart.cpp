@@ -86,7 +86,7 @@ class Canvas {
     }
   }
 
-  void text(int left, int top, int scale, std::string_view line, Rgb ink) {
+  void text(int left, int top, int scale, std::string_view line, const Rgb& ink) {
     for (const char character : line) {
       const auto glyph = std::find_if(font.begin(), font.end(),
                                       [&](const Glyph& g) { return g.character == character; });

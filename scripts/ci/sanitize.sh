@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# The whole test suite under AddressSanitizer with UndefinedBehaviorSanitizer,
+# then the concurrency tests (the stress tests and the library's own
+# concurrency scenarios) under ThreadSanitizer.
+# Environment: OQA_CI_BUILD_ROOT (default build-ci) names the build folders;
+# OQA_CI_TSAN_TESTS overrides the ctest regular expression of the TSan run.
+# Needs: cmake, ninja-build, gcc (its libasan, libubsan and libtsan come with
+# build-essential).
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+root=${OQA_CI_BUILD_ROOT:-build-ci}
+jobs=${OQA_CI_JOBS:-2}
+step() { printf '\n=== %s\n' "$*"; }
+
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+# Stress loops run shorter under the slow sanitizers.
+export OQA_STRESS_SECONDS=${OQA_STRESS_SECONDS:-2}
+
+step "AddressSanitizer + UndefinedBehaviorSanitizer: whole suite"
+cmake -S . -B "$root-asan" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DOQA_SANITIZE=address,undefined -DOQA_BUILD_BENCHMARKS=OFF
+cmake --build "$root-asan" -j "$jobs"
+ctest --test-dir "$root-asan" --output-on-failure -j "$jobs" --timeout 600
+
+step "ThreadSanitizer: concurrency tests"
+cmake -S . -B "$root-tsan" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DOQA_SANITIZE=thread -DOQA_BUILD_BENCHMARKS=OFF
+tsan_targets=(stress_tests)
+cmake --build "$root-tsan" --target help | grep -q '^library_tests:' && tsan_targets+=(library_tests)
+cmake --build "$root-tsan" -j "$jobs" --target "${tsan_targets[@]}"
+tsan_tests=${OQA_CI_TSAN_TESTS:-'^(stress_|library_tests_(complete|real)$)'}
+# One at a time: the instrumented threads already fill both cores.
+ctest --test-dir "$root-tsan" --output-on-failure -R "$tsan_tests" --no-tests=error --timeout 600
