@@ -19,6 +19,8 @@ int main(void) {
   unsigned short* image = malloc(sizeof(unsigned short) * 3 * WIDTH * HEIGHT);
   if (mosaic == NULL || image == NULL) {
     fprintf(stderr, "out of memory\n");
+    free(mosaic);
+    free(image);
     return 1;
   }
   /* An RGGB mosaic of a smooth scene: red rises to the right, blue
@@ -43,6 +45,8 @@ int main(void) {
   qn_demosaic_module_terminate();
   if (result != QN_DEMOSAIC_NO_ERROR) {
     fprintf(stderr, "demosaic failed with result %d\n", result);
+    free(mosaic);
+    free(image);
     return 1;
   }
 

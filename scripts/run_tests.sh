@@ -26,7 +26,7 @@ bash scripts/ci/sanitize.sh
 step "fuzzing"
 bash scripts/ci/fuzz.sh
 step "install and package"
-bash scripts/ci/package.sh
+OQA_PACKAGE_BUILD=build bash scripts/ci/package.sh
 step "static analysis"
 bash scripts/ci/lint.sh
 step "all tests passed"

@@ -7,6 +7,8 @@
 #      demo against the system install; the package is removed afterwards
 #      unless it was installed before.
 # Environment: OQA_CI_BUILD_ROOT (default build-ci) names the build folders;
+# OQA_PACKAGE_BUILD names an already configured build folder to install and
+# package from (the test runner's own), instead of a fresh one;
 # OQA_CI_SKIP_DPKG=1 stops after cpack (for machines that must stay clean).
 # Needs: cmake, ninja-build, pkg-config, dpkg-dev, file (and root or sudo
 # for dpkg).
@@ -14,7 +16,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 
 root=${OQA_CI_BUILD_ROOT:-build-ci}
-build=$root-package
+build=${OQA_PACKAGE_BUILD:-$root-package}
 prefix=$PWD/$root-prefix
 jobs=${OQA_CI_JOBS:-2}
 
@@ -26,8 +28,10 @@ if ! grep -q 'cmake/OqaInstall.cmake' CMakeLists.txt; then
 fi
 
 step "configure and build ($build)"
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-  -DOQA_BUILD_TESTS=OFF -DOQA_BUILD_BENCHMARKS=OFF -DOQA_BUILD_TOOLS=ON
+if [[ -z ${OQA_PACKAGE_BUILD:-} ]]; then
+  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DOQA_BUILD_TESTS=OFF -DOQA_BUILD_BENCHMARKS=OFF -DOQA_BUILD_TOOLS=ON
+fi
 cmake --build "$build" -j "$jobs"
 
 step "install into $prefix"
