@@ -25,15 +25,7 @@ struct ColorPixelAveragingPrimitives {
 };
 
 namespace border_sets {
-using G0 = Demosaic_grid_0;
-using G1 = Demosaic_grid_1;
-using G2 = Demosaic_grid_2;
-using G3 = Demosaic_grid_3;
-using G4 = Demosaic_grid_4;
-using G5 = Demosaic_grid_5;
-using G6 = Demosaic_grid_6;
-using G7 = Demosaic_grid_7;
-using G8 = Demosaic_grid_8;
+using namespace demosaic_grid_names;  // NOLINT(google-build-using-namespace)
 template <typename... P>
 using S = std::tuple<P...>;
 

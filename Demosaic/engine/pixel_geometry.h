@@ -39,6 +39,20 @@ struct Demosaic_grid_6 : Demosaic_grid_position<1, -1> {};
 struct Demosaic_grid_7 : Demosaic_grid_position<1, 0> {};
 struct Demosaic_grid_8 : Demosaic_grid_position<1, 1> {};
 
+// Short names for writing neighbour sets; bring them in with a using-directive
+// inside a namespace or function of your own.
+namespace demosaic_grid_names {
+using G0 = Demosaic_grid_0;
+using G1 = Demosaic_grid_1;
+using G2 = Demosaic_grid_2;
+using G3 = Demosaic_grid_3;
+using G4 = Demosaic_grid_4;
+using G5 = Demosaic_grid_5;
+using G6 = Demosaic_grid_6;
+using G7 = Demosaic_grid_7;
+using G8 = Demosaic_grid_8;
+}  // namespace demosaic_grid_names
+
 // Non-owning row-major view of a caller's buffer; the row stride is `columns`.
 // Indices are never checked: callers only name neighbours inside the image.
 template <typename T>
