@@ -135,20 +135,10 @@ int demosaic_transform_impl(int width, int height, int origin_x, int origin_y,
 
   OQATimer const timer("demosaic", log, __FILE__, __LINE__, "demosaic_transform_impl");
   Vector_demosaic_module const* const module = vector_module_for_level(instruction_set_level);
-  switch (color_format) {
-    case QN_COLOR_FORMAT_BGR_PLANAR:
-      demosaic_whole_image<QN_COLOR_FORMAT_BGR_PLANAR>(width, height, origin_x, origin_y, phase,
-                                                       input_buffer, output_buffer, module);
-      break;
-    case QN_COLOR_FORMAT_BGR_INTERLEAVED:
-      demosaic_whole_image<QN_COLOR_FORMAT_BGR_INTERLEAVED>(
-          width, height, origin_x, origin_y, phase, input_buffer, output_buffer, module);
-      break;
-    case QN_COLOR_FORMAT_RGB_INTERLEAVED:
-      demosaic_whole_image<QN_COLOR_FORMAT_RGB_INTERLEAVED>(
-          width, height, origin_x, origin_y, phase, input_buffer, output_buffer, module);
-      break;
-  }
+  with_color_format(color_format, [&](auto format) {
+    demosaic_whole_image<format()>(width, height, origin_x, origin_y, phase, input_buffer,
+                                   output_buffer, module);
+  });
   return QN_DEMOSAIC_NO_ERROR;
 }
 

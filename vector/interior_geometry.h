@@ -6,6 +6,7 @@
 
 #include <cstddef>
 
+#include "engine/pixel_geometry.h"
 #include "interior_request.h"
 #include "ostrevan_oqa_demosaic.h"
 
@@ -17,24 +18,20 @@ inline Interior_request describe_interior(int width, int height, int origin_x, i
                                           QN_COLOR_FORMAT color_format,
                                           const unsigned short* input_buffer,
                                           unsigned short* output_buffer) {
-  // The pattern row that holds the origin is a red row for phases 0 and 2;
-  // its red/blue filter is in the origin's column for phases 0 and 1. The
-  // next pattern row swaps both. Only parities of the offsets matter
-  // (unsigned arithmetic keeps them for negative origins).
-  bool const origin_row_is_red =
-      phase == QN_CFA_PHASE_RED || phase == QN_CFA_PHASE_GREEN_IN_RED_ROW;
-  bool const origin_row_coloured_column_odd = phase >= QN_CFA_PHASE_GREEN_IN_RED_ROW;
-  bool const row_1_shifted = ((1U - static_cast<unsigned>(origin_y)) & 1U) != 0;
-  bool const column_1_odd = ((1U - static_cast<unsigned>(origin_x)) & 1U) != 0;
+  // The class of pixel (1,1) fixes every odd row: it is a red row when
+  // (1,1) is red or green in a red row, and its red/blue pixels sit on odd
+  // columns when (1,1) itself is red or blue.
+  QN_COLOR_FILTER_ARRAY_PHASE const first =
+      determine_pixel_color(1, 1, origin_pair(origin_x, origin_y), phase);
 
   Interior_request request{};
   request.input = input_buffer;
   request.output = output_buffer;
   request.width = static_cast<std::size_t>(width);
   request.height = static_cast<std::size_t>(height);
-  request.odd_rows_are_red = origin_row_is_red != row_1_shifted;
+  request.odd_rows_are_red = first == QN_CFA_PHASE_RED || first == QN_CFA_PHASE_GREEN_IN_RED_ROW;
   request.odd_rows_coloured_on_odd_columns =
-      column_1_odd == (origin_row_coloured_column_odd != row_1_shifted);
+      first == QN_CFA_PHASE_RED || first == QN_CFA_PHASE_BLUE;
   request.layout = static_cast<Output_layout>(color_format);
   request.streaming = false;
   return request;

@@ -144,9 +144,7 @@ void demosaic_transform_edges_scalar_impl(int width, int height, int origin_x, i
   auto const columns = static_cast<unsigned long>(static_cast<long>(width));
   auto const rows = static_cast<unsigned long>(static_cast<long>(height));
   Dimensional_array_overlay<unsigned short> const input{input_buffer, rows, columns};
-  std::pair<unsigned long, unsigned long> const origin{
-      static_cast<unsigned long>(static_cast<long>(origin_x)),
-      static_cast<unsigned long>(static_cast<long>(origin_y))};
+  std::pair<unsigned long, unsigned long> const origin = origin_pair(origin_x, origin_y);
   Store store(output_buffer, rows * columns);
   unsigned long const last_row = rows - 1;
   unsigned long const last_column = columns - 1;

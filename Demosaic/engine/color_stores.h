@@ -5,6 +5,7 @@
 #define OQA_DEMOSAIC_ENGINE_COLOR_STORES_H
 
 #include <cstddef>
+#include <type_traits>
 
 #include "ostrevan_oqa_demosaic.h"
 
@@ -73,5 +74,23 @@ struct Store_for_format<QN_COLOR_FORMAT_RGB_INTERLEAVED> {
 };
 template <QN_COLOR_FORMAT F>
 using Store_for_format_t = typename Store_for_format<F>::type;
+
+// Calls visit(std::integral_constant<QN_COLOR_FORMAT, F>{}) for the run-time
+// format: the one place where a format value becomes a template argument.
+// Out-of-range values call nothing.
+template <typename Visitor>
+void with_color_format(QN_COLOR_FORMAT format, Visitor&& visit) {
+  switch (format) {
+    case QN_COLOR_FORMAT_BGR_PLANAR:
+      visit(std::integral_constant<QN_COLOR_FORMAT, QN_COLOR_FORMAT_BGR_PLANAR>{});
+      break;
+    case QN_COLOR_FORMAT_BGR_INTERLEAVED:
+      visit(std::integral_constant<QN_COLOR_FORMAT, QN_COLOR_FORMAT_BGR_INTERLEAVED>{});
+      break;
+    case QN_COLOR_FORMAT_RGB_INTERLEAVED:
+      visit(std::integral_constant<QN_COLOR_FORMAT, QN_COLOR_FORMAT_RGB_INTERLEAVED>{});
+      break;
+  }
+}
 
 #endif  // OQA_DEMOSAIC_ENGINE_COLOR_STORES_H

@@ -153,9 +153,7 @@ void demosaic_interior_using_color_phase(int width, int height, int origin_x, in
   auto const columns = static_cast<unsigned long>(static_cast<long>(width));
   auto const rows = static_cast<unsigned long>(static_cast<long>(height));
   Dimensional_array_overlay<unsigned short> const input{input_buffer, rows, columns};
-  std::pair<unsigned long, unsigned long> const origin{
-      static_cast<unsigned long>(static_cast<long>(origin_x)),
-      static_cast<unsigned long>(static_cast<long>(origin_y))};
+  std::pair<unsigned long, unsigned long> const origin = origin_pair(origin_x, origin_y);
   switch (determine_pixel_color(1, 1, origin, phase)) {
     case QN_CFA_PHASE_RED:
       demosaic_interior_impl<interior_sets::Cell_starting_red, Store>(input, output_buffer, rows,

@@ -23,6 +23,13 @@ QN_DEMOSAIC_EXPORT QN_COLOR_FILTER_ARRAY_PHASE determine_pixel_color(
     unsigned long row, unsigned long column, std::pair<unsigned long, unsigned long> const& origin,
     QN_COLOR_FILTER_ARRAY_PHASE phase);
 
+// The origin pair determine_pixel_color expects: (origin_x, origin_y), each
+// widened with its sign, so unsigned differences keep their parity.
+inline std::pair<unsigned long, unsigned long> origin_pair(int origin_x, int origin_y) {
+  return {static_cast<unsigned long>(static_cast<long>(origin_x)),
+          static_cast<unsigned long>(static_cast<long>(origin_y))};
+}
+
 // The nine positions of a 3x3 neighbourhood, row by row; 4 is the centre.
 template <int RowOffset, int ColumnOffset>
 struct Demosaic_grid_position {

@@ -23,35 +23,13 @@ std::vector<unsigned short> run(Pass pass, int format, int width, int height, in
   auto const p = static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase);
   auto* const out = output.data();
   auto const* const in = input.data();
-  if (pass == Pass::interior) {
-    switch (format) {
-      case 0:
-        demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_PLANAR>(width, height, origin_x,
-                                                                        origin_y, in, out, p);
-        break;
-      case 1:
-        demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_INTERLEAVED>(
-            width, height, origin_x, origin_y, in, out, p);
-        break;
-      default:
-        demosaic_interior_using_color_phase<QN_COLOR_FORMAT_RGB_INTERLEAVED>(
-            width, height, origin_x, origin_y, in, out, p);
+  with_color_format(static_cast<QN_COLOR_FORMAT>(format), [&](auto f) {
+    if (pass == Pass::interior) {
+      demosaic_interior_using_color_phase<f()>(width, height, origin_x, origin_y, in, out, p);
+    } else {
+      demosaic_transform_edges_scalar_impl<f()>(width, height, origin_x, origin_y, p, in, out);
     }
-  } else {
-    switch (format) {
-      case 0:
-        demosaic_transform_edges_scalar_impl<QN_COLOR_FORMAT_BGR_PLANAR>(width, height, origin_x,
-                                                                         origin_y, p, in, out);
-        break;
-      case 1:
-        demosaic_transform_edges_scalar_impl<QN_COLOR_FORMAT_BGR_INTERLEAVED>(
-            width, height, origin_x, origin_y, p, in, out);
-        break;
-      default:
-        demosaic_transform_edges_scalar_impl<QN_COLOR_FORMAT_RGB_INTERLEAVED>(
-            width, height, origin_x, origin_y, p, in, out);
-    }
-  }
+  });
   return output;
 }
 

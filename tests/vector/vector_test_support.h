@@ -74,20 +74,10 @@ class Companion {
 inline void scalar_interior(QN_COLOR_FORMAT format, int width, int height, int origin_x,
                             int origin_y, QN_COLOR_FILTER_ARRAY_PHASE phase,
                             std::vector<std::uint16_t> const& input, std::uint16_t* output) {
-  switch (format) {
-    case QN_COLOR_FORMAT_BGR_PLANAR:
-      demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_PLANAR>(
-          width, height, origin_x, origin_y, input.data(), output, phase);
-      break;
-    case QN_COLOR_FORMAT_BGR_INTERLEAVED:
-      demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_INTERLEAVED>(
-          width, height, origin_x, origin_y, input.data(), output, phase);
-      break;
-    case QN_COLOR_FORMAT_RGB_INTERLEAVED:
-      demosaic_interior_using_color_phase<QN_COLOR_FORMAT_RGB_INTERLEAVED>(
-          width, height, origin_x, origin_y, input.data(), output, phase);
-      break;
-  }
+  with_color_format(format, [&](auto f) {
+    demosaic_interior_using_color_phase<f()>(width, height, origin_x, origin_y, input.data(),
+                                             output, phase);
+  });
 }
 
 // An output image with guard zones before and after it, all filled with a

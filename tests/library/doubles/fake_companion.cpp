@@ -42,20 +42,10 @@ OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_transform_interior_16_to_48_vecto
   if (test_doubles::companion_transform_throws(level)) {
     throw std::runtime_error("companion failure");
   }
-  switch (color_format) {
-    case QN_COLOR_FORMAT_BGR_PLANAR:
-      demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_PLANAR>(
-          width, height, origin_x, origin_y, input_buffer, output_buffer, phase);
-      break;
-    case QN_COLOR_FORMAT_BGR_INTERLEAVED:
-      demosaic_interior_using_color_phase<QN_COLOR_FORMAT_BGR_INTERLEAVED>(
-          width, height, origin_x, origin_y, input_buffer, output_buffer, phase);
-      break;
-    case QN_COLOR_FORMAT_RGB_INTERLEAVED:
-      demosaic_interior_using_color_phase<QN_COLOR_FORMAT_RGB_INTERLEAVED>(
-          width, height, origin_x, origin_y, input_buffer, output_buffer, phase);
-      break;
-  }
+  with_color_format(color_format, [&](auto format) {
+    demosaic_interior_using_color_phase<format()>(width, height, origin_x, origin_y, input_buffer,
+                                                  output_buffer, phase);
+  });
   return 0;
 }
 
