@@ -19,7 +19,7 @@ cmake -S fuzz -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER
 cmake --build "$build" -j "$jobs" --target oqa_fuzzers
 
 build_path=$(cd "$build" && pwd)
-# The counting stand-in logger first, then the instrumented companions.
+# The capture logger first, then the instrumented companions.
 export LD_LIBRARY_PATH=$build_path/counting_logger:$build_path/lib
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1

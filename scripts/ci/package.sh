@@ -88,7 +88,7 @@ fi
 sudo_if_needed=()
 [[ $(id -u) -eq 0 ]] || sudo_if_needed=(sudo)
 installed_before=0
-dpkg-query -W -f='${Status}' ostrevan-oqa-demosaic 2>/dev/null | grep -q "install ok installed" &&
+[[ $(dpkg-query -W -f='${Status}' ostrevan-oqa-demosaic 2>/dev/null) == "install ok installed" ]] &&
   installed_before=1
 step "dpkg -i $deb"
 "${sudo_if_needed[@]}" dpkg -i "$deb"
