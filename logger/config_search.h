@@ -10,11 +10,12 @@ namespace oqa_logger {
 
 inline constexpr char const* config_environment_variable = "OSTREVAN_OQA_LOGGER_CONFIG";
 
-// The places searched, in order. Null or empty strings are skipped.
+// The places searched, in order. Null or empty strings are skipped. The
+// working directory is not one of them: a folder of downloaded files could
+// then choose where the log is written.
 struct Config_search {
   char const* explicit_path = nullptr;  // the environment variable's value
   std::string file_name;                // as the module named it
-  std::string working_directory = ".";  // searched first for file_name
   char const* xdg_config_home = nullptr;
   char const* home = nullptr;
   std::string system_directory = "/etc/ostrevan";
@@ -25,11 +26,12 @@ Config_search config_search_from_environment(char const* file_name);
 
 // The explicit path whenever one is given (a missing file there is reported
 // when it is read, not passed over); otherwise the first regular file named
-// file_name in the working directory, then $XDG_CONFIG_HOME/ostrevan (or
-// $HOME/.config/ostrevan), then the system directory.
+// file_name in $XDG_CONFIG_HOME/ostrevan (or $HOME/.config/ostrevan), then
+// in the system directory.
 std::optional<std::string> find_config_file(Config_search const& search);
 
-// The settings from the file at path; a file that cannot be read gives the
+// The settings from the file at path; a file that cannot be read (missing,
+// not a regular file, larger than any real configuration) gives the
 // defaults and one problem saying why.
 Logger_settings read_settings_file(std::string const& path);
 

@@ -1,38 +1,41 @@
 // The library's three C entries. Nothing may escape them: every exception
 // is caught here and turned into a null log or a non-zero result.
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
 
 #include "config_search.h"
+#include "descriptor_sink.h"
 #include "log_registry.h"
 #include "ostrevan_oqa_logger.h"
 
 namespace {
 
-// Plain pointers and a constant-initialised mutex: nothing here needs a
-// destructor, so a late oqa_free_log (from another library's teardown at
-// process exit, after this library's own teardown) still finds a valid,
-// empty state. The registry exists only while a log is open, so a library
-// closed with all its logs freed holds no memory.
+// Plain pointers, flags and a constant-initialised mutex: nothing here frees
+// anything, so neither unloading nor process exit tears anything down
+// under a thread that is still logging. The registry exists only while a log
+// is open, so a library closed with all its logs freed holds no memory.
 constinit std::mutex registry_mutex;
 constinit oqa_logger::Log_registry* registry = nullptr;
-constinit bool torn_down = false;
+// Atomic: set without the lock, which a thread of a forked child's parent
+// may have held when the child was made.
+constinit std::atomic<bool> process_exiting{false};
 
-// Flushes and closes the logs nobody freed when the library is unloaded or
-// the process exits.
-struct Teardown {
-  Teardown() = default;
-  Teardown(Teardown const&) = delete;
-  Teardown& operator=(Teardown const&) = delete;
-  ~Teardown() {
-    std::lock_guard const lock(registry_mutex);
-    torn_down = true;
-    delete registry;
-    registry = nullptr;
+// Once exit has begun, another library's teardown may free a log (the
+// demosaic library's holders do) while its other threads still write to it.
+// From then on the logs are left to the operating system: every record is
+// already written, and the descriptors close with the process; only the
+// exiting thread still writes, so that exit cuts no record short. The watch is
+// a function-local static of the first open, so its destructor runs before
+// the teardown of any module set up before it opened a log (and, like every
+// destructor of this library, when the library is unloaded).
+struct Exit_watch {
+  ~Exit_watch() {
+    process_exiting = true;
+    oqa_logger::stop_other_writers();
   }
 };
-Teardown teardown;
 
 std::string or_empty(char const* text) { return text != nullptr ? text : ""; }
 
@@ -45,10 +48,8 @@ extern "C" void* oqa_get_log(char const* module_name, char const* instance_name,
     std::string const instance = or_empty(instance_name);
     oqa_logger::Config_search const search =
         oqa_logger::config_search_from_environment(config_file_name);
+    static Exit_watch const exit_watch;
     std::lock_guard const lock(registry_mutex);
-    if (torn_down) {
-      return nullptr;
-    }
     if (registry == nullptr) {
       registry = new oqa_logger::Log_registry;
     }
@@ -79,7 +80,7 @@ extern "C" void oqa_free_log(char const* module_name, char const* instance_name)
     std::string const module = or_empty(module_name);
     std::string const instance = or_empty(instance_name);
     std::lock_guard const lock(registry_mutex);
-    if (registry == nullptr) {
+    if (registry == nullptr || process_exiting) {
       return;
     }
     registry->close(module, instance);

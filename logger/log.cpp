@@ -15,7 +15,7 @@ namespace oqa_logger {
 namespace {
 
 // spdlog has six levels for syslog's eight severities; the record itself
-// carries the exact priority, the level only steers flushing and syslog.
+// carries the exact priority, the level only picks the syslog severity.
 spdlog::level::level_enum spdlog_level(int priority) {
   switch (priority) {
     case 0:
@@ -57,9 +57,6 @@ Log::Log(std::string const& module, std::string const& instance, int level, Open
       formatter_(output.format, module, instance),
       logger_(module, std::move(output.sink)) {
   logger_.set_level(spdlog::level::trace);
-  // Errors and worse reach the disk before the caller goes on, so they
-  // survive a crash that follows them.
-  logger_.flush_on(spdlog::level::err);
   // A failing write (disk full) must stay inside this library: spdlog's own
   // handler would print to the caller's stderr.
   logger_.set_error_handler([](std::string const& /*unused*/) {});
@@ -68,8 +65,6 @@ Log::Log(std::string const& module, std::string const& instance, int level, Open
     pthread_atfork(nullptr, nullptr, [] { cached_process_id.store(0, std::memory_order_relaxed); });
   });
 }
-
-Log::~Log() { flush(); }
 
 int Log::write(int priority, char const* file, int line, char const* function,
                char const* message) noexcept {
@@ -86,8 +81,6 @@ void Log::report(Config_problem const& problem) noexcept {
   write_record(warning_priority, problem.file.c_str(), problem.line, "oqa_get_log",
                problem.text.c_str());
 }
-
-void Log::flush() noexcept { logger_.flush(); }
 
 void Log::write_record(int priority, char const* file, int line, char const* function,
                        char const* message) noexcept {

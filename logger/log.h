@@ -15,7 +15,6 @@ namespace oqa_logger {
 class Log {
  public:
   Log(std::string const& module, std::string const& instance, int level, Opened_output output);
-  ~Log();
   Log(Log const&) = delete;
   Log& operator=(Log const&) = delete;
 
@@ -27,8 +26,6 @@ class Log {
   // Reports a configuration problem whatever the level, since it explains
   // why the log may not behave as configured.
   void report(Config_problem const& problem) noexcept;
-
-  void flush() noexcept;
 
  private:
   void write_record(int priority, char const* file, int line, char const* function,

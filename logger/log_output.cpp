@@ -1,51 +1,34 @@
 #include "log_output.h"
 
 #include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/basic_file_sink.h>
-#include <spdlog/sinks/rotating_file_sink.h>
-#include <spdlog/sinks/stdout_sinks.h>
 
-#include <exception>
-
+#include "descriptor_sink.h"
 #include "record_format.h"
 #include "syslog_sink.h"
 
 namespace oqa_logger {
 namespace {
 
-void set_record_pattern(spdlog::sinks::sink& sink, Record_format format, bool line_per_record) {
-  sink.set_formatter(std::make_unique<spdlog::pattern_formatter>(
+std::shared_ptr<spdlog::sinks::sink> with_pattern(std::shared_ptr<spdlog::sinks::sink> sink,
+                                                  Record_format format, bool line_per_record) {
+  sink->set_formatter(std::make_unique<spdlog::pattern_formatter>(
       record_pattern(format), spdlog::pattern_time_type::local, line_per_record ? "\n" : ""));
-}
-
-std::shared_ptr<spdlog::sinks::sink> standard_error_sink(Record_format format) {
-  auto sink = std::make_shared<spdlog::sinks::stderr_sink_mt>();
-  set_record_pattern(*sink, format, true);
   return sink;
 }
 
-std::shared_ptr<spdlog::sinks::sink> file_sink(Logger_settings const& settings) {
-  std::shared_ptr<spdlog::sinks::sink> sink;
-  if (settings.max_size_bytes != 0) {
-    sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
-        settings.output_path, settings.max_size_bytes, settings.max_files);
-  } else {
-    sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(settings.output_path);
-  }
-  set_record_pattern(*sink, settings.format, true);
-  return sink;
+std::shared_ptr<spdlog::sinks::sink> standard_error(Record_format format) {
+  return with_pattern(std::make_shared<Descriptor_sink>(), format, true);
 }
 
 }  // namespace
 
 Opened_output Output_files::open(Logger_settings const& settings) {
   if (settings.output == Output_kind::syslog) {
-    auto sink = std::make_shared<Syslog_sink>();
-    set_record_pattern(*sink, settings.format, false);
-    return {sink, settings.format, std::nullopt};
+    return {with_pattern(std::make_shared<Syslog_sink>(), settings.format, false), settings.format,
+            std::nullopt};
   }
   if (settings.output == Output_kind::standard_error) {
-    return {standard_error_sink(settings.format), settings.format, std::nullopt};
+    return {standard_error(settings.format), settings.format, std::nullopt};
   }
 
   std::erase_if(files_, [](auto const& entry) { return entry.second.sink.expired(); });
@@ -62,17 +45,19 @@ Opened_output Output_files::open(Logger_settings const& settings) {
                              "keeping that format"}};
     }
   }
-  try {
-    std::shared_ptr<spdlog::sinks::sink> sink = file_sink(settings);
-    files_[settings.output_path] = {sink, settings.format};
-    return {sink, settings.format, std::nullopt};
-  } catch (std::exception const& error) {
-    // An unwritable path must not cost the caller its diagnostics.
-    return {
-        standard_error_sink(settings.format), settings.format,
-        Config_problem{settings.config_path, settings.output_line,
-                       std::string("cannot open output: ") + error.what() + "; writing to stderr"}};
+  Opened_file const file = open_log_file(settings.output_path);
+  if (file.descriptor < 0) {
+    // A refused path must not cost the caller its diagnostics.
+    return {standard_error(settings.format), settings.format,
+            Config_problem{settings.config_path, settings.output_line,
+                           "cannot open output: " + file.error + "; writing to stderr"}};
   }
+  auto sink = with_pattern(
+      std::make_shared<Descriptor_sink>(file, settings.output_path,
+                                        Rotation{settings.max_size_bytes, settings.max_files}),
+      settings.format, true);
+  files_[settings.output_path] = {sink, settings.format};
+  return {sink, settings.format, std::nullopt};
 }
 
 }  // namespace oqa_logger

@@ -1,5 +1,5 @@
-// Opening the sink a log writes to; logs naming the same file share one sink
-// so that their records never interleave inside a line.
+// Opening the sink a log writes to; logs naming the same file share one sink,
+// with one descriptor and one count of the file's size for rotation.
 #pragma once
 
 #include <spdlog/sinks/sink.h>

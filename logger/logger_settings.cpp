@@ -10,6 +10,7 @@ namespace oqa_logger {
 namespace {
 
 constexpr std::string_view blanks = " \t\r\f\v";
+constexpr std::string_view hex_digits = "0123456789abcdef";
 constexpr double bytes_per_megabyte = 1024.0 * 1024.0;
 // Far beyond any sensible log file; keeps the byte count well inside 64 bits.
 constexpr double largest_max_size_mb = 1024.0 * 1024.0;
@@ -41,10 +42,38 @@ bool parse_whole(std::string_view text, Number& number) {
   return error == std::errc() && stop == end && !text.empty();
 }
 
+// A value as a problem repeats it: in quotes, with quotes, backslashes and
+// control characters escaped and anything past quoted_value_limit bytes cut
+// (marked by "..." after the closing quote), so that whatever the file
+// holds, the value can neither leave its quotes nor fill the record.
 std::string quoted(std::string_view text) {
+  bool const cut = text.size() > quoted_value_limit;
+  if (cut) {
+    std::size_t end = quoted_value_limit;
+    // Back to the start of a UTF-8 sequence the cut would split.
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) {
+      --end;
+    }
+    text = text.substr(0, end);
+  }
   std::string result(1, '"');
-  result.append(text);
+  for (char const character : text) {
+    auto const byte = static_cast<unsigned char>(character);
+    if (byte == '"' || byte == '\\') {
+      result.push_back('\\');
+      result.push_back(character);
+    } else if (byte < 0x20 || byte == 0x7f) {
+      result.append("\\x");
+      result.push_back(hex_digits[byte >> 4]);
+      result.push_back(hex_digits[byte & 0xf]);
+    } else {
+      result.push_back(character);
+    }
+  }
   result.push_back('"');
+  if (cut) {
+    result.append("...");
+  }
   return result;
 }
 
@@ -164,13 +193,18 @@ class Settings_parser {
       return;
     }
     max_size_line_ = line;
-    settings_.max_size_bytes =
-        std::max<std::uint64_t>(1, static_cast<std::uint64_t>(megabytes * bytes_per_megabyte));
+    settings_.max_size_bytes = static_cast<std::uint64_t>(megabytes * bytes_per_megabyte);
+    if (settings_.max_size_bytes < smallest_max_size_bytes) {
+      settings_.max_size_bytes = smallest_max_size_bytes;
+      std::string const smallest = std::to_string(smallest_max_size_bytes / 1024) + " KiB";
+      problem(line, "max_size_mb " + quoted(value) + " is below the smallest file of " + smallest +
+                        "; using " + smallest);
+    }
   }
 
   void parse_max_files(std::string_view value, int line) {
-    std::size_t files = 0;
-    if (!parse_whole(value, files) || files > largest_max_files) {
+    std::uint64_t files = 0;
+    if (!parse_whole(value, files)) {
       settings_.max_files = default_max_files;
       problem(line, "bad value " + quoted(value) + " for max_files (expected 0 to " +
                         std::to_string(largest_max_files) + "); using " +
@@ -178,7 +212,13 @@ class Settings_parser {
       return;
     }
     max_files_line_ = line;
-    settings_.max_files = files;
+    settings_.max_files =
+        static_cast<std::size_t>(std::min<std::uint64_t>(files, largest_max_files));
+    if (files > largest_max_files) {
+      std::string const largest = std::to_string(largest_max_files);
+      problem(line, "max_files " + quoted(value) + " is above the largest of " + largest +
+                        "; using " + largest);
+    }
   }
 
   Logger_settings settings_;

@@ -13,7 +13,12 @@ namespace oqa_logger {
 
 enum class Output_kind { standard_error, syslog, file };
 inline constexpr std::size_t default_max_files = 3;
-inline constexpr std::size_t largest_max_files = 10000;
+// Rotation bounds, so that renaming files stays rare: a file holds at least
+// 64 KiB of records, and a rotation renames at most 1000 files.
+inline constexpr std::uint64_t smallest_max_size_bytes = 64 * 1024;
+inline constexpr std::size_t largest_max_files = 1000;
+// The most of a configuration value that a problem repeats.
+inline constexpr std::size_t quoted_value_limit = 64;
 
 enum class Record_format { text, json };
 
@@ -41,7 +46,8 @@ struct Logger_settings {
 };
 
 // Parses `key = value` lines; every bad line leaves the defaults for its key
-// and adds one problem naming config_path and the line.
+// and adds one problem naming config_path and the line. A rotation setting
+// beyond its bounds is clamped, with a problem saying so.
 Logger_settings parse_settings(std::string_view text, std::string const& config_path);
 
 }  // namespace oqa_logger

@@ -1,7 +1,9 @@
 // The order in which the configuration file is looked for.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "config_search.h"
 #include "support/scratch.h"
@@ -12,111 +14,63 @@ namespace {
 using oqa_logger_test::Scratch_directory;
 using oqa_logger_test::write_file;
 
-constexpr char const* name = "ostrevan_oqa_logger.cfg";
+constexpr char const* xdg = "xdg/ostrevan/ostrevan_oqa_logger.cfg";
+constexpr char const* home = "home/.config/ostrevan/ostrevan_oqa_logger.cfg";
+constexpr char const* system_wide = "etc/ostrevan_oqa_logger.cfg";
 
-enum Place { explicit_path, working, xdg, home, system_wide, nowhere };
-
-class Lookup_order : public testing::TestWithParam<Place> {
- protected:
-  Lookup_order() {
-    search_.file_name = name;
-    search_.working_directory = scratch_ / "work";
-    search_.xdg_config_home = xdg_home_.c_str();
-    search_.home = home_.c_str();
-    search_.system_directory = scratch_ / "etc";
-  }
-
-  std::string path_of(Place place) const {
-    switch (place) {
-      case explicit_path:
-        return scratch_ / "explicit.cfg";
-      case working:
-        return scratch_ / "work/ostrevan_oqa_logger.cfg";
-      case xdg:
-        return scratch_ / "xdg/ostrevan/ostrevan_oqa_logger.cfg";
-      case home:
-        return scratch_ / "home/.config/ostrevan/ostrevan_oqa_logger.cfg";
-      case system_wide:
-        return scratch_ / "etc/ostrevan_oqa_logger.cfg";
-      case nowhere:
-        break;
-    }
-    return {};
-  }
-
-  Scratch_directory scratch_;
-  std::string const xdg_home_ = scratch_ / "xdg";
-  std::string const home_ = scratch_ / "home";
-  std::string const explicit_ = scratch_ / "explicit.cfg";
-  Config_search search_;
+struct Lookup_case {
+  std::vector<std::string> files;  // under the scratch folder; a final '/' makes a folder
+  char const* xdg_config_home;     // a leading '/' means under the scratch folder
+  bool explicit_path;              // names explicit.cfg, which does not exist
+  char const* found;               // under the scratch folder; empty for none
 };
+class Lookup : public testing::TestWithParam<Lookup_case> {};
 
-// Files exist in every place from the parameter on; the parameter's place wins.
-TEST_P(Lookup_order, FirstPlaceThatHoldsTheFileWins) {
-  Place const first = GetParam();
-  for (Place place : {working, xdg, system_wide}) {
-    if (place >= first) write_file(path_of(place), "level = 1\n");
+TEST_P(Lookup, FindsTheFirstPlaceThatHoldsTheFile) {
+  Scratch_directory const scratch;
+  for (std::string const& file : GetParam().files) {
+    if (file.ends_with('/')) {
+      std::filesystem::create_directories(scratch / file);
+    } else {
+      write_file(scratch / file, "level = 1\n");
+    }
   }
-  if (first == explicit_path) search_.explicit_path = explicit_.c_str();
-  std::optional<std::string> const found = find_config_file(search_);
-  if (first == nowhere) {
-    EXPECT_FALSE(found.has_value());
+  std::string const explicit_path = scratch / "explicit.cfg";
+  std::string xdg_config_home =
+      GetParam().xdg_config_home != nullptr ? GetParam().xdg_config_home : "";
+  if (xdg_config_home.starts_with('/')) xdg_config_home = scratch.path().string() + xdg_config_home;
+  std::string const home_directory = scratch / "home";
+  Config_search search;
+  search.explicit_path = GetParam().explicit_path ? explicit_path.c_str() : nullptr;
+  search.file_name = "ostrevan_oqa_logger.cfg";
+  search.xdg_config_home =
+      GetParam().xdg_config_home != nullptr ? xdg_config_home.c_str() : nullptr;
+  search.home = home_directory.c_str();
+  search.system_directory = scratch / "etc";
+
+  std::optional<std::string> const found = find_config_file(search);
+  if (GetParam().found[0] == '\0') {
+    EXPECT_FALSE(found.has_value()) << found.value_or("");
   } else {
     ASSERT_TRUE(found.has_value());
-    EXPECT_EQ(std::filesystem::path(*found), std::filesystem::path(path_of(first)));
-  }
-}
-INSTANTIATE_TEST_SUITE_P(Places, Lookup_order,
-                         testing::Values(explicit_path, working, xdg, system_wide, nowhere));
-
-TEST_F(Lookup_order, HomeConfigIsUsedWhenXdgConfigHomeIsUnsetOrRelative) {
-  write_file(path_of(home), "");
-  write_file(path_of(system_wide), "");
-  for (char const* xdg_value : {static_cast<char const*>(nullptr), "", "relative/dir"}) {
-    search_.xdg_config_home = xdg_value;
-    std::optional<std::string> const found = find_config_file(search_);
-    ASSERT_TRUE(found.has_value());
-    EXPECT_EQ(std::filesystem::path(*found), std::filesystem::path(path_of(home)));
+    EXPECT_EQ(std::filesystem::path(*found), std::filesystem::path(scratch / GetParam().found));
   }
 }
 
-TEST_F(Lookup_order, XdgConfigHomeReplacesTheHomeDefault) {
-  write_file(path_of(home), "");
-  write_file(path_of(system_wide), "");
-  std::optional<std::string> const found = find_config_file(search_);
-  ASSERT_TRUE(found.has_value());
-  EXPECT_EQ(std::filesystem::path(*found), std::filesystem::path(path_of(system_wide)));
-}
-
-TEST_F(Lookup_order, ADirectoryWithTheNameIsPassedOver) {
-  std::filesystem::create_directories(path_of(working));
-  write_file(path_of(system_wide), "");
-  EXPECT_EQ(std::filesystem::path(find_config_file(search_).value()),
-            std::filesystem::path(path_of(system_wide)));
-}
-
-TEST_F(Lookup_order, WithoutAFileNameOnlyTheExplicitPathCounts) {
-  search_.file_name.clear();
-  write_file(path_of(system_wide), "");
-  EXPECT_FALSE(find_config_file(search_).has_value());
-}
-
-TEST_F(Lookup_order, AMissingExplicitFileIsReportedAndGivesTheDefaults) {
-  search_.explicit_path = explicit_.c_str();
-  write_file(path_of(working), "level = 1\n");
-  Logger_settings const settings = load_settings(search_);
-  EXPECT_EQ(settings.level, 4);
-  ASSERT_EQ(settings.problems.size(), 1U);
-  EXPECT_EQ(settings.problems[0].file, explicit_);
-  EXPECT_EQ(settings.problems[0].line, 0);
-  EXPECT_NE(settings.problems[0].text.find("cannot read"), std::string::npos);
-}
-
-TEST_F(Lookup_order, RelativeOutputIsResolvedAgainstTheConfigFolder) {
-  write_file(path_of(xdg), "output = logs/x.log\n");
-  Logger_settings const settings = load_settings(search_);
-  EXPECT_EQ(settings.output_path, scratch_ / "xdg/ostrevan/logs/x.log");
-}
+INSTANTIATE_TEST_SUITE_P(Places, Lookup,
+                         testing::Values(
+                             // The explicit path wins, even when it names no file.
+                             Lookup_case{{xdg, system_wide}, "/xdg", true, "explicit.cfg"},
+                             Lookup_case{{xdg, home, system_wide}, "/xdg", false, xdg},
+                             // XDG_CONFIG_HOME replaces the home folder's default...
+                             Lookup_case{{home, system_wide}, "/xdg", false, system_wide},
+                             // ... unless it is unset, empty or relative.
+                             Lookup_case{{home, system_wide}, nullptr, false, home},
+                             Lookup_case{{home, system_wide}, "", false, home},
+                             Lookup_case{{home, system_wide}, "relative/dir", false, home},
+                             Lookup_case{
+                                 {std::string(xdg) + "/", system_wide}, "/xdg", false, system_wide},
+                             Lookup_case{{}, "/xdg", false, ""}));
 
 }  // namespace
 }  // namespace oqa_logger

@@ -21,20 +21,15 @@ using namespace oqa_logger_test;
 constexpr int width = 64;
 constexpr int height = 48;
 
+// A valid call, or one with a single argument rejected.
 struct Call {
   int width = ::width;
-  int height = ::height;
-  int phase = QN_CFA_PHASE_RED;
-  int format = QN_COLOR_FORMAT_BGR_INTERLEAVED;
-  int filter = QN_COLOR_FILTER_TYPE_BAYER;
   int bit_depth = 12;
-  bool null_input = false;
-  bool null_output = false;
   bool same_buffers = false;
 };
 
 // Runs one call between an initialise and the terminate that unloads the
-// logger library (which flushes its file), and returns the records.
+// logger library, and returns the records.
 class Through_demosaic : public testing::Test {
  protected:
   std::vector<std::string> run(Call const& call, int level, int* result) {
@@ -46,10 +41,9 @@ class Through_demosaic : public testing::Test {
     std::vector<unsigned short> output(3 * width * height, 0);
     qn_demosaic_module_initialize();
     *result = qn_demosaic_transform_16_to_48(
-        call.width, call.height, 0, 0, static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(call.phase),
-        static_cast<QN_COLOR_FORMAT>(call.format), static_cast<QN_COLOR_FILTER_TYPE>(call.filter),
-        call.bit_depth, call.null_input ? nullptr : input.data(),
-        call.null_output ? nullptr : (call.same_buffers ? input.data() : output.data()));
+        call.width, height, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_INTERLEAVED,
+        QN_COLOR_FILTER_TYPE_BAYER, call.bit_depth, input.data(),
+        call.same_buffers ? input.data() : output.data());
     qn_demosaic_module_terminate();
     return read_lines(scratch_ / "demosaic.log");
   }
@@ -104,30 +98,19 @@ TEST_P(Rejected_calls, GiveOneErrorRecordWithEveryFieldRight) {
             std::string::npos);
 }
 
-Call with(void (*change)(Call&)) {
-  Call call;
-  change(call);
-  return call;
-}
-
+// The messages themselves are checked with the demosaic library's tests;
+// here, that they arrive through the real logger from the right lines.
 INSTANTIATE_TEST_SUITE_P(
     ValidationOrder, Rejected_calls,
-    testing::Values(
-        Rejected{with([](Call& c) { c.width = 1; }), QN_DEMOSAIC_INVALID_IMAGE_WIDTH,
-                 "ERROR:  Illegal input image width (1) specified!", "Illegal input image width"},
-        Rejected{with([](Call& c) { c.height = -5; }), QN_DEMOSAIC_INVALID_IMAGE_HEIGHT,
-                 "ERROR:  Illegal input image height (-5) specified!",
-                 "Illegal input image height"},
-        Rejected{with([](Call& c) { c.null_input = true; }), QN_DEMOSAIC_NULL_INPUT_BUFFER,
-                 "ERROR:  NULL input buffer pointer specified!", "NULL input buffer"},
-        Rejected{with([](Call& c) { c.same_buffers = true; }),
-                 QN_DEMOSAIC_SAME_INPUT_AND_OUTPUT_BUFFER,
-                 "ERROR:  Separate input and output buffers must be specified!",
-                 "Separate input and output"},
-        Rejected{with([](Call& c) { c.phase = 4; }), QN_DEMOSAIC_INVALID_COLOR_FILTER_ARRAY_PHASE,
-                 "ERROR:  Invalid color filter array phase specified!", "array phase"},
-        Rejected{with([](Call& c) { c.bit_depth = 17; }), QN_DEMOSAIC_UNSUPPORTED_BIT_DEPTH,
-                 "ERROR:  Unsupported bit depth of 17 specified!", "Unsupported bit depth"}));
+    testing::Values(Rejected{Call{.width = 1}, QN_DEMOSAIC_INVALID_IMAGE_WIDTH,
+                             "ERROR:  Illegal input image width (1) specified!",
+                             "Illegal input image width"},
+                    Rejected{Call{.same_buffers = true}, QN_DEMOSAIC_SAME_INPUT_AND_OUTPUT_BUFFER,
+                             "ERROR:  Separate input and output buffers must be specified!",
+                             "Separate input and output"},
+                    Rejected{Call{.bit_depth = 17}, QN_DEMOSAIC_UNSUPPORTED_BIT_DEPTH,
+                             "ERROR:  Unsupported bit depth of 17 specified!",
+                             "Unsupported bit depth"}));
 
 TEST_F(Through_demosaic, SuccessfulCallGivesOneTimingRecord) {
   int result = -1;
@@ -146,9 +129,7 @@ TEST_F(Through_demosaic, LevelSixDropsTimingRecordsButKeepsErrors) {
   int result = -1;
   EXPECT_TRUE(run(Call{}, 6, &result).empty());
   EXPECT_EQ(result, QN_DEMOSAIC_NO_ERROR);
-  Call rejected;
-  rejected.width = 0;
-  EXPECT_EQ(run(rejected, 6, &result).size(), 1U);
+  EXPECT_EQ(run(Call{.width = 0}, 6, &result).size(), 1U);
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
-// Configuration text to settings: every key, and every kind of bad line.
+// Configuration text to settings: every key, every kind of bad line, and the
+// rotation bounds.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,108 +12,76 @@ namespace {
 
 constexpr char const* config_path = "/configs/app/ostrevan_oqa_logger.cfg";
 
-TEST(Settings, EmptyTextGivesTheDefaults) {
-  Logger_settings const settings = parse_settings("", config_path);
-  EXPECT_EQ(settings.output, Output_kind::standard_error);
-  EXPECT_EQ(settings.level, 4);
-  EXPECT_EQ(settings.format, Record_format::text);
-  EXPECT_EQ(settings.max_size_bytes, 0U);
-  EXPECT_TRUE(settings.problems.empty());
+// Everything the settings decide, in one line.
+std::string summary(Logger_settings const& settings) {
+  constexpr char const* outputs[] = {"stderr", "syslog", "file:"};
+  return fmt::format("{}{} level={} {} size={} files={}",
+                     outputs[static_cast<int>(settings.output)], settings.output_path,
+                     settings.level, settings.format == Record_format::json ? "json" : "text",
+                     settings.max_size_bytes, settings.max_files);
 }
 
-TEST(Settings, ReadsEveryKeyAndSkipsCommentsAndBlanks) {
-  Logger_settings const settings = parse_settings(
-      "# a comment\n"
-      "\n"
-      "  output = logs/demosaic.log   # trailing comment\r\n"
-      "level=7\n"
-      "\tformat =json\n"
-      "max_size_mb = 0.5\n"
-      "max_files = 9\n",
-      config_path);
-  EXPECT_TRUE(settings.problems.empty()) << settings.problems.front().text;
-  EXPECT_EQ(settings.output, Output_kind::file);
-  EXPECT_EQ(settings.output_path, "/configs/app/logs/demosaic.log");
-  EXPECT_EQ(settings.output_line, 3);
-  EXPECT_EQ(settings.level, 7);
-  EXPECT_EQ(settings.format, Record_format::json);
-  EXPECT_EQ(settings.max_size_bytes, 512U * 1024U);
-  EXPECT_EQ(settings.max_files, 9U);
-}
+std::string const defaults = "stderr level=4 text size=0 files=3";
 
-TEST(Settings, AbsoluteOutputPathsAndHashesInsideWordsAreKept) {
-  Logger_settings const settings =
-      parse_settings("output = /var/log/run#1/../a.log\n", config_path);
-  EXPECT_EQ(settings.output_path, "/var/log/a.log");
-}
-
-struct Output_case {
-  char const* value;
-  Output_kind kind;
+struct Case {
+  std::string text;      // follows a comment line and a blank one
+  std::string settings;  // summary()
+  std::string problem;   // part of the only problem, which is on line 3; empty for none
 };
-class Output_values : public testing::TestWithParam<Output_case> {};
-TEST_P(Output_values, AreRecognised) {
-  Logger_settings const settings =
-      parse_settings(std::string("output = ") + GetParam().value + "\n", config_path);
-  EXPECT_EQ(settings.output, GetParam().kind);
-  EXPECT_TRUE(settings.problems.empty());
-}
-INSTANTIATE_TEST_SUITE_P(Keys, Output_values,
-                         testing::Values(Output_case{"stderr", Output_kind::standard_error},
-                                         Output_case{"syslog", Output_kind::syslog},
-                                         Output_case{"out.log", Output_kind::file}));
+class Setting_lines : public testing::TestWithParam<Case> {};
 
-struct Level_case {
-  char const* value;
-  int level;
-};
-class Level_values : public testing::TestWithParam<Level_case> {};
-TEST_P(Level_values, AcceptNumbersAndSeverityNames) {
-  Logger_settings const settings =
-      parse_settings(std::string("level = ") + GetParam().value, config_path);
-  EXPECT_EQ(settings.level, GetParam().level);
-  EXPECT_TRUE(settings.problems.empty());
-}
-INSTANTIATE_TEST_SUITE_P(Keys, Level_values,
-                         testing::Values(Level_case{"0", 0}, Level_case{"3", 3}, Level_case{"7", 7},
-                                         Level_case{"err", 3}, Level_case{"debug", 7},
-                                         Level_case{"emerg", 0}));
-
-// One bad line each: the key keeps its default and one problem names the
-// file, the line and the offending text.
-struct Bad_case {
-  char const* line;
-  char const* problem_mentions;
-};
-class Bad_lines : public testing::TestWithParam<Bad_case> {};
-TEST_P(Bad_lines, KeepDefaultsAndReportTheLine) {
-  Logger_settings const settings =
-      parse_settings(std::string("# first\n\n") + GetParam().line + "\n", config_path);
+TEST_P(Setting_lines, FollowTheTextAndReportEachBadLine) {
+  Logger_settings const settings = parse_settings("# first\n\n" + GetParam().text, config_path);
+  EXPECT_EQ(summary(settings), GetParam().settings);
+  if (GetParam().problem.empty()) {
+    EXPECT_TRUE(settings.problems.empty()) << settings.problems.front().text;
+    return;
+  }
   ASSERT_EQ(settings.problems.size(), 1U);
   EXPECT_EQ(settings.problems[0].file, config_path);
   EXPECT_EQ(settings.problems[0].line, 3);
-  EXPECT_NE(settings.problems[0].text.find(GetParam().problem_mentions), std::string::npos)
+  EXPECT_NE(settings.problems[0].text.find(GetParam().problem), std::string::npos)
       << settings.problems[0].text;
-  EXPECT_EQ(settings.level, 4);
-  EXPECT_EQ(settings.format, Record_format::text);
-  EXPECT_EQ(settings.output, Output_kind::standard_error);
-  EXPECT_EQ(settings.max_size_bytes, 0U);
 }
-INSTANTIATE_TEST_SUITE_P(Keys, Bad_lines,
-                         testing::Values(Bad_case{"colour = red", "unknown key \"colour\""},
-                                         Bad_case{"level = 8", "\"8\" for level"},
-                                         Bad_case{"level = -1", "\"-1\""},
-                                         Bad_case{"level = 7x", "\"7x\""},
-                                         Bad_case{"level =", "\"\" for level"},
-                                         Bad_case{"format = xml", "\"xml\" for format"},
-                                         Bad_case{"output =", "empty value for output"},
-                                         Bad_case{"max_size_mb = 0", "\"0\" for max_size_mb"},
-                                         Bad_case{"max_size_mb = lots", "\"lots\""},
-                                         Bad_case{"max_size_mb = 1e9", "\"1e9\""},
-                                         Bad_case{"max_files = -2", "\"-2\" for max_files"},
-                                         Bad_case{"max_files = 3", "max_files needs max_size_mb"},
-                                         Bad_case{"max_size_mb = 1", "only to a file output"},
-                                         Bad_case{"just words", "expected \"key = value\""}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines, Setting_lines,
+    testing::Values(
+        Case{"", defaults, ""},
+        Case{"  output = logs/demosaic.log   # comment\r\nlevel=7\n\tformat =json\n"
+             "max_size_mb = 0.5\nmax_files = 9\n",
+             "file:/configs/app/logs/demosaic.log level=7 json size=524288 files=9", ""},
+        Case{"output = /var/log/run#1/../a.log", "file:/var/log/a.log level=4 text size=0 files=3",
+             ""},
+        Case{"output = syslog\nlevel = emerg", "syslog level=0 text size=0 files=3", ""},
+        Case{"output = stderr\nlevel = err", "stderr level=3 text size=0 files=3", ""},
+        Case{"output = a.log\nmax_size_mb = 2",
+             "file:/configs/app/a.log level=4 text size=2097152 files=3", ""},
+        // The rotation bounds: exactly on them, then beyond them.
+        Case{"output = a.log\nmax_size_mb = 0.0625\nmax_files = 1000",
+             "file:/configs/app/a.log level=4 text size=65536 files=1000", ""},
+        Case{"max_size_mb = 0.000001\noutput = a.log",
+             "file:/configs/app/a.log level=4 text size=65536 files=3",
+             "max_size_mb \"0.000001\" is below the smallest file of 64 KiB; using 64 KiB"},
+        Case{"max_files = 10000\noutput = a.log\nmax_size_mb = 1",
+             "file:/configs/app/a.log level=4 text size=1048576 files=1000",
+             "max_files \"10000\" is above the largest of 1000; using 1000"},
+        // Each bad line keeps its key's default.
+        Case{"colour = red", defaults, "unknown key \"colour\""},
+        Case{"level = 8", defaults, "\"8\" for level"}, Case{"level = -1", defaults, "\"-1\""},
+        Case{"level = 7x", defaults, "\"7x\""}, Case{"level =", defaults, "\"\" for level"},
+        Case{"format = xml", defaults, "\"xml\" for format"},
+        Case{"output =", defaults, "empty value for output"},
+        Case{"max_size_mb = 0", defaults, "\"0\" for max_size_mb"},
+        Case{"max_size_mb = lots", defaults, "\"lots\""},
+        Case{"max_size_mb = 1e9", defaults, "\"1e9\""},
+        Case{"max_files = -2", defaults, "\"-2\" for max_files"},
+        Case{"max_files = 3", defaults, "max_files needs max_size_mb"},
+        Case{"max_size_mb = 1", defaults, "only to a file output"},
+        Case{"just words", defaults, "expected \"key = value\", found \"just words\""},
+        // A repeated value is cut whole characters short of its limit.
+        Case{std::string(63, 'k') + "\xc3\xa9k = 1", defaults,
+             "unknown key \"" + std::string(63, 'k') + "\"...;"}));
 
 TEST(Settings, EveryBadLineIsReportedOnceAndGoodLinesStillApply) {
   Logger_settings const settings =
@@ -121,13 +91,6 @@ TEST(Settings, EveryBadLineIsReportedOnceAndGoodLinesStillApply) {
   EXPECT_EQ(settings.problems[1].line, 3);
   EXPECT_EQ(settings.level, 6);
   EXPECT_EQ(settings.format, Record_format::json);
-}
-
-TEST(Settings, RotationWithoutMaxFilesKeepsTheDefaultCount) {
-  Logger_settings const settings = parse_settings("output = a.log\nmax_size_mb = 2\n", config_path);
-  EXPECT_TRUE(settings.problems.empty());
-  EXPECT_EQ(settings.max_size_bytes, 2U * 1024U * 1024U);
-  EXPECT_EQ(settings.max_files, default_max_files);
 }
 
 }  // namespace

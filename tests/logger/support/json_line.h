@@ -2,7 +2,7 @@
 // string and integer values only, anything else (or trailing bytes) fails.
 #pragma once
 
-#include <cstdint>
+#include <cctype>
 #include <map>
 #include <optional>
 #include <string>
@@ -35,113 +35,72 @@ class Json_line_reader {
 
  private:
   bool at_end() const { return position_ == text_.size(); }
+  char peek() const { return at_end() ? '\0' : text_[position_]; }
   bool take(char expected) {
-    if (position_ < text_.size() && text_[position_] == expected) {
-      ++position_;
-      return true;
-    }
-    return false;
+    if (peek() != expected) return false;
+    ++position_;
+    return true;
   }
 
   std::optional<Json_value> read_value() {
-    if (position_ < text_.size() && text_[position_] == '"') {
+    if (peek() == '"') {
       std::optional<std::string> text = read_string();
       if (!text) return std::nullopt;
       return Json_value(std::move(*text));
     }
     std::size_t const start = position_;
     take('-');
-    while (position_ < text_.size() && text_[position_] >= '0' && text_[position_] <= '9') {
+    std::size_t const digits = position_;
+    while (peek() >= '0' && peek() <= '9') ++position_;
+    if (position_ == digits) return std::nullopt;
+    long long const number = std::stoll(std::string(text_.substr(start, position_ - start)));
+    return Json_value(number);
+  }
+
+  // \uXXXX outside the surrogates (the logger writes no pairs), as UTF-8.
+  bool read_unicode_escape(std::string& out) {
+    constexpr std::string_view hex_digits = "0123456789abcdef";
+    unsigned code = 0;
+    for (int index = 0; index < 4; ++index) {
+      std::size_t const digit = hex_digits.find(static_cast<char>(std::tolower(peek())));
+      if (at_end() || digit == std::string_view::npos) return false;
+      code = code * 16 + static_cast<unsigned>(digit);
       ++position_;
     }
-    std::string const digits(text_.substr(start, position_ - start));
-    if (digits.empty() || digits == "-") return std::nullopt;
-    return Json_value(std::stoll(digits));
-  }
-
-  std::optional<unsigned> read_hex4() {
-    if (position_ + 4 > text_.size()) return std::nullopt;
-    unsigned value = 0;
-    for (int index = 0; index < 4; ++index) {
-      char const digit = text_[position_++];
-      value <<= 4;
-      if (digit >= '0' && digit <= '9') {
-        value |= static_cast<unsigned>(digit - '0');
-      } else if (digit >= 'a' && digit <= 'f') {
-        value |= static_cast<unsigned>(digit - 'a' + 10);
-      } else if (digit >= 'A' && digit <= 'F') {
-        value |= static_cast<unsigned>(digit - 'A' + 10);
-      } else {
-        return std::nullopt;
-      }
-    }
-    return value;
-  }
-
-  static void append_utf8(unsigned code, std::string& out) {
+    if (code >= 0xd800 && code <= 0xdfff) return false;
     if (code < 0x80) {
       out.push_back(static_cast<char>(code));
     } else if (code < 0x800) {
       out.push_back(static_cast<char>(0xc0 | (code >> 6)));
       out.push_back(static_cast<char>(0x80 | (code & 0x3f)));
-    } else if (code < 0x10000) {
+    } else {
       out.push_back(static_cast<char>(0xe0 | (code >> 12)));
       out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3f)));
       out.push_back(static_cast<char>(0x80 | (code & 0x3f)));
-    } else {
-      out.push_back(static_cast<char>(0xf0 | (code >> 18)));
-      out.push_back(static_cast<char>(0x80 | ((code >> 12) & 0x3f)));
-      out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3f)));
-      out.push_back(static_cast<char>(0x80 | (code & 0x3f)));
     }
+    return true;
   }
 
   std::optional<std::string> read_string() {
+    constexpr std::string_view escapes = "\"\\/bfnrt";
+    constexpr std::string_view escaped = "\"\\/\b\f\n\r\t";
     if (!take('"')) return std::nullopt;
     std::string out;
-    while (position_ < text_.size()) {
-      auto const character = static_cast<unsigned char>(text_[position_++]);
+    while (!at_end()) {
+      char const character = text_[position_++];
       if (character == '"') return out;
-      if (character < 0x20) return std::nullopt;
+      if (static_cast<unsigned char>(character) < 0x20 || (character == '\\' && at_end())) {
+        return std::nullopt;
+      }
       if (character != '\\') {
-        out.push_back(static_cast<char>(character));
+        out.push_back(character);
         continue;
       }
-      if (position_ >= text_.size()) return std::nullopt;
       char const escape = text_[position_++];
-      switch (escape) {
-        case '"':
-          out.push_back('"');
-          break;
-        case '\\':
-          out.push_back('\\');
-          break;
-        case '/':
-          out.push_back('/');
-          break;
-        case 'b':
-          out.push_back('\b');
-          break;
-        case 'f':
-          out.push_back('\f');
-          break;
-        case 'n':
-          out.push_back('\n');
-          break;
-        case 'r':
-          out.push_back('\r');
-          break;
-        case 't':
-          out.push_back('\t');
-          break;
-        case 'u': {
-          std::optional<unsigned> const code = read_hex4();
-          if (!code || (*code >= 0xd800 && *code <= 0xdfff)) return std::nullopt;
-          append_utf8(*code, out);
-          break;
-        }
-        default:
-          return std::nullopt;
+      if (std::size_t const index = escapes.find(escape); index != std::string_view::npos) {
+        out.push_back(escaped[index]);
+      } else if (escape != 'u' || !read_unicode_escape(out)) {
+        return std::nullopt;
       }
     }
     return std::nullopt;

@@ -110,10 +110,10 @@ class Captured_stderr {
   Captured_stderr(Captured_stderr const&) = delete;
   Captured_stderr& operator=(Captured_stderr const&) = delete;
 
-  // Restores stderr and returns what was written to it.
-  std::string finish() {
+  // Restores stderr and returns the lines written to it.
+  std::vector<std::string> finish() {
     restore();
-    return read_file(path_);
+    return read_lines(path_);
   }
 
  private:
