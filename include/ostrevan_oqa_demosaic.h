@@ -69,6 +69,12 @@ typedef enum QN_DEMOSAIC_ERROR QN_DEMOSAIC_ENUM_BASE {
 
 /* Loads the logger and the vector companion libraries on the first call and
  * chooses the fastest instruction-set level this processor supports.
+ * The companions (libostrevan_oqa_demosaic_vector_sse.so, _avx2.so and
+ * _avx512.so) are looked up in the working directory first, then on the
+ * loader's search path: a library of one of those names in the working
+ * directory at that moment is loaded and its code runs in the calling
+ * process. Call it from a directory nobody else can write to, such as the
+ * one the library is installed in, and change back afterwards.
  * Returns QN_DEMOSAIC_NO_ERROR. */
 QN_DEMOSAIC_EXPORT int qn_demosaic_module_initialize(void);
 

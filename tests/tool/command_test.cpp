@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 
 #include "demosaic_call.h"
@@ -19,21 +21,20 @@ struct Run_result {
   std::string err;
 };
 
-std::string text_of(const std::string& path) {
-  const auto bytes = tool_test::read_bytes(path);
-  return {bytes.begin(), bytes.end()};
+// Runs the shell `command` in `folder`; its output goes to files outside the
+// folder so that the folder holds only results. The status is what a shell
+// reports: 128+N for a process ended by signal N.
+Run_result run_in(const tool_test::Scratch_folder& folder, const std::string& command) {
+  const tool_test::Scratch_folder logs;
+  const std::string line = "cd '" + folder.path().string() + "' && { " + command + "; } >'" +
+                           logs.file("out") + "' 2>'" + logs.file("err") + "'";
+  const int status = std::system(line.c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
+          tool_test::text_of(logs.file("out")), tool_test::text_of(logs.file("err"))};
 }
 
-// Runs the program with `arguments` (shell words) in `folder`; its output
-// goes to files outside the folder so that the folder holds only results.
 Run_result run_tool(const tool_test::Scratch_folder& folder, const std::string& arguments) {
-  const tool_test::Scratch_folder logs;
-  const std::string command = "cd '" + folder.path().string() + "' && '" OQA_DEMOSAIC_PROGRAM "' " +
-                              arguments + " >'" + logs.file("out") + "' 2>'" + logs.file("err") +
-                              "'";
-  const int status = std::system(command.c_str());
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text_of(logs.file("out")),
-          text_of(logs.file("err"))};
+  return run_in(folder, "'" OQA_DEMOSAIC_PROGRAM "' " + arguments);
 }
 
 std::vector<std::uint8_t> pgm(int width, int height, const std::vector<std::uint16_t>& samples) {
@@ -47,16 +48,14 @@ std::vector<std::uint8_t> pgm(int width, int height, const std::vector<std::uint
   return bytes;
 }
 
-std::vector<std::uint16_t> little_endian_samples(const std::vector<std::uint8_t>& bytes) {
-  std::vector<std::uint16_t> samples;
-  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-    samples.push_back(static_cast<std::uint16_t>(bytes[i] | bytes[i + 1] << 8));
-  }
-  return samples;
-}
-
 std::size_t line_count(const std::string& text) {
   return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+// Every entry under the folder, links not followed: a replaced or rewritten
+// file shows as a new inode, size or time.
+std::string snapshot(const tool_test::Scratch_folder& folder) {
+  return run_in(folder, "find . -mindepth 1 -printf '%p %y %l %i %s %T@\\n' | sort").out;
 }
 
 TEST(Command, OutputEqualsTheLibrarysOnTheSameSamples) {
@@ -72,7 +71,7 @@ TEST(Command, OutputEqualsTheLibrarysOnTheSameSamples) {
   oqa_tool::Colour_image expected;
   oqa_tool::demosaic({31, 19, samples, std::nullopt},
                      {QN_CFA_PHASE_GREEN_IN_BLUE_ROW, -1, 2, QN_COLOR_FORMAT_BGR_PLANAR}, expected);
-  EXPECT_EQ(little_endian_samples(tool_test::read_bytes(folder.file("out.raw"))), expected.samples);
+  EXPECT_EQ(tool_test::raw_samples_of(folder.file("out.raw")), expected.samples);
 }
 
 TEST(Command, CameraRawTakesThePatternFromTheFile) {
@@ -90,38 +89,49 @@ TEST(Command, CameraRawTakesThePatternFromTheFile) {
   oqa_tool::Colour_image expected;
   oqa_tool::demosaic({30, 24, dng.samples, std::nullopt},
                      {QN_CFA_PHASE_BLUE, 0, 0, QN_COLOR_FORMAT_RGB_INTERLEAVED}, expected);
-  EXPECT_EQ(little_endian_samples(tool_test::read_bytes(folder.file("frame.raw"))),
-            expected.samples);
+  EXPECT_EQ(tool_test::raw_samples_of(folder.file("frame.raw")), expected.samples);
 }
 
 struct Failing_run {
-  const char* name;
-  const char* arguments;
-  const char* named_file;
-  const char* problem;
+  std::string name;
+  std::string arguments;
+  std::string named_file;
+  std::string problem;
+  std::string setup = "true";  // shell commands that build the trap
+  // Root enters any folder, so the case means nothing there.
+  bool needs_non_root = false;
 };
+
+void PrintTo(const Failing_run& run, std::ostream* out) { *out << run.name; }
 
 class Command_failure : public testing::TestWithParam<Failing_run> {};
 
-TEST_P(Command_failure, OneLineNamingTheFileNoOutputAndNonZeroStatus) {
+TEST_P(Command_failure, OneLineNamingTheFileAndNothingElseChanges) {
+  if (GetParam().needs_non_root && ::geteuid() == 0) {
+    GTEST_SKIP() << "runs as root";
+  }
   const tool_test::Scratch_folder folder;
   tool_test::write_bytes(folder.file("good.pgm"), pgm(8, 6, tool_test::random_samples(48, 1)));
   tool_test::write_bytes(folder.file("short.pgm"),
                          {'P', '5', ' ', '8', ' ', '6', ' ', '2', '5', '5', '\n', 1, 2, 3});
   tool_test::write_bytes(folder.file("thin.pgm"), pgm(1, 5, {1, 2, 3, 4, 5}));
   tool_test::write_bytes(folder.file("noise.bin"), {0x17, 0x42, 0x99, 0x00, 0x13, 0x37, 0x55});
-  const std::vector<std::string> before = folder.entries();
+  tool_test::write_bytes(folder.file("frame.raw"), std::vector<std::uint8_t>(32, 7));
+  ASSERT_EQ(run_in(folder, GetParam().setup).status, 0);
+  const std::string before = snapshot(folder);
 
   const Run_result run = run_tool(folder, GetParam().arguments);
-  EXPECT_NE(run.status, 0);
+  EXPECT_EQ(run.status, 1);
   EXPECT_EQ(line_count(run.err), 1U) << run.err;
   EXPECT_NE(run.err.find(GetParam().named_file), std::string::npos) << run.err;
   EXPECT_NE(run.err.find(GetParam().problem), std::string::npos) << run.err;
-  EXPECT_EQ(folder.entries(), before);
+  EXPECT_EQ(snapshot(folder), before);
 }
 
+std::string name_of(const testing::TestParamInfo<Failing_run>& info) { return info.param.name; }
+
 INSTANTIATE_TEST_SUITE_P(
-    Errors, Command_failure,
+    InputErrors, Command_failure,
     testing::Values(Failing_run{"Missing", "absent.pgm --pattern RGGB -o out.tiff", "absent.pgm",
                                 "No such file"},
                     Failing_run{"Truncated", "short.pgm --pattern RGGB -o out.tiff", "short.pgm",
@@ -133,12 +143,41 @@ INSTANTIATE_TEST_SUITE_P(
                     Failing_run{"BelowTwoByTwo", "thin.pgm --pattern RGGB -o out.tiff", "thin.pgm",
                                 "at least 2x2"},
                     Failing_run{"NoPattern", "good.pgm -o out.tiff", "good.pgm", "--pattern"},
-                    Failing_run{"UnwritableOutput", "good.pgm --pattern RGGB -o no/such/out.tiff",
-                                "no/such/out.tiff", "No such file"},
                     Failing_run{"UnknownOutputType", "good.pgm --pattern RGGB -o out.jpg",
                                 "out.jpg", "output type"},
                     Failing_run{"FolderInput", "--pattern RGGB . -o out.tiff", ".", "folder"}),
-    [](const testing::TestParamInfo<Failing_run>& info) { return info.param.name; });
+    name_of);
+
+// Outputs that must not be written: anything but a regular file is never
+// replaced, not even with --force, nor is an input under any of its names;
+// paths the system cannot resolve are reported, not thrown.
+const std::string pgm_in = "good.pgm --pattern RGGB ";
+const std::string raw_in = "frame.raw --raw 4x4 --pattern RGGB --force ";
+const std::string not_regular = "not a regular file";
+const std::string same = "same file as input frame.raw";
+const std::string overlong = std::string(5000, 'x') + "/out.tiff";  // over PATH_MAX
+
+INSTANTIATE_TEST_SUITE_P(
+    OutputTraps, Command_failure,
+    testing::Values(
+        Failing_run{"Existing", pgm_in + "-o out.ppm", "out.ppm", "--force", "echo old >out.ppm"},
+        Failing_run{"Fifo", pgm_in + "--force -o o.tiff", "o.tiff", not_regular, "mkfifo o.tiff"},
+        Failing_run{"LinkToFifo", pgm_in + "--force -o o.tiff", "o.tiff", not_regular,
+                    "mkfifo pipe && ln -s pipe o.tiff"},
+        Failing_run{"LinkToFile", pgm_in + "--force -o o.tiff", "o.tiff", not_regular,
+                    "echo old >x && ln -s x o.tiff"},
+        Failing_run{"InputInTheOutputFolder", raw_in + "--type raw -o .", "frame.raw", same},
+        Failing_run{"InputByAnotherName", raw_in + "-o ./frame.raw", "./frame.raw", same},
+        Failing_run{"InputThroughAHardLink", raw_in + "-o c.raw", "c.raw", same,
+                    "ln frame.raw c.raw"},
+        Failing_run{"MissingFolder", pgm_in + "-o no/such/o.tiff", "no/such/o.tiff",
+                    "No such file"},
+        Failing_run{"LinkLoop", pgm_in + "-o loop/o.tiff", "loop/o.tiff", "symbolic links",
+                    "ln -s loop loop"},
+        Failing_run{"FolderItCannotEnter", pgm_in + "-o locked/o.tiff", "locked/o.tiff",
+                    "Permission denied", "mkdir -m 600 locked", true},
+        Failing_run{"Overlong", pgm_in + "-o " + overlong, overlong, "File name too long"}),
+    name_of);
 
 TEST(Command, BatchGoesOnPastABadFile) {
   const tool_test::Scratch_folder folder;
@@ -156,44 +195,47 @@ TEST(Command, BatchGoesOnPastABadFile) {
             (std::vector<std::string>{"a.png", "c.png"}));
 }
 
-TEST(Command, ExistingOutputIsReplacedOnlyWithForce) {
+// Also: the library looks for its companions in the working folder first,
+// and the tool initialises it from its own folder, so one planted where the
+// user stands never runs (it would leave a ".loaded" mark beside itself).
+TEST(Command, ForceReplacesAnOutputAndNoPlantedLibraryRuns) {
   const tool_test::Scratch_folder folder;
   tool_test::write_bytes(folder.file("in.pgm"), pgm(6, 4, tool_test::random_samples(24, 3)));
   tool_test::write_bytes(folder.file("out.ppm"), {'o', 'l', 'd'});
-
-  const Run_result refused = run_tool(folder, "in.pgm --pattern RGGB -o out.ppm");
-  EXPECT_NE(refused.status, 0);
-  EXPECT_NE(refused.err.find("--force"), std::string::npos) << refused.err;
-  EXPECT_EQ(text_of(folder.file("out.ppm")), "old");
+  const std::string planted = "libostrevan_oqa_demosaic_vector_avx2.so";
+  std::filesystem::copy_file(OQA_PLANTED_COMPANION, folder.file(planted));
 
   const Run_result forced = run_tool(folder, "in.pgm --pattern RGGB -o out.ppm --force");
   EXPECT_EQ(forced.status, 0) << forced.err;
-  EXPECT_EQ(text_of(folder.file("out.ppm")).substr(0, 3), "P6\n");
-  EXPECT_EQ(folder.entries(), (std::vector<std::string>{"in.pgm", "out.ppm"}));
+  EXPECT_EQ(tool_test::text_of(folder.file("out.ppm")).substr(0, 3), "P6\n");
+  EXPECT_EQ(folder.entries(), (std::vector<std::string>{"in.pgm", planted, "out.ppm"}));
 }
 
-TEST(Command, DemoComparesTheLevelsAndWritesTheChart) {
-  const tool_test::Scratch_folder folder;
-  const Run_result run = run_tool(folder, "--demo demo.ppm");
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_NE(run.out.find("scalar"), std::string::npos) << run.out;
-  EXPECT_EQ(run.out.find("DIFFERS"), std::string::npos) << run.out;
-  EXPECT_EQ(text_of(folder.file("demo.ppm")).substr(0, 19), "P6\n1920 1080\n65535\n");
-}
+class Command_signal : public testing::TestWithParam<int> {};
 
-TEST(Command, UsageErrorsExitWithStatusTwo) {
+// Many names for one frame make a batch long enough to be caught in the
+// middle: the signal comes once a temporary output exists.
+TEST_P(Command_signal, RemovesTheTemporaryFilesAndEndsByTheSignal) {
   const tool_test::Scratch_folder folder;
-  EXPECT_EQ(run_tool(folder, "").status, 2);
-  EXPECT_EQ(run_tool(folder, "in.pgm").status, 2);
-  EXPECT_EQ(run_tool(folder, "in.pgm -o x.tiff --pattern RGBG").status, 2);
-  EXPECT_EQ(run_tool(folder, "in.pgm -o x.tiff --origin 1").status, 2);
-  EXPECT_EQ(run_tool(folder, "--demo d.tiff in.pgm").status, 2);
-  const Run_result help = run_tool(folder, "--help");
-  EXPECT_EQ(help.status, 0);
-  for (const char* option : {"--pattern", "--origin", "--raw", "--type", "--layout", "--normalize",
-                             "--level", "--jobs", "--quiet", "--force", "--demo", "--version"}) {
-    EXPECT_NE(help.out.find(option), std::string::npos) << option;
+  tool_test::write_bytes(folder.file("frame.pgm"),
+                         pgm(512, 512, tool_test::random_samples(512 * 512, 5)));
+  for (int i = 0; i < 100; ++i) {
+    std::filesystem::create_symlink("frame.pgm", folder.file(std::to_string(i) + ".pgm"));
   }
+  // Signals the shell, by then the tool, once a temporary output exists.
+  const std::string watcher =
+      "(until ls -A out 2>&- | grep -q '^[.]' || ! kill -0 $$; do sleep 0.01; done; kill -" +
+      std::to_string(GetParam()) + " $$) & ";
+  const Run_result run =
+      run_in(folder, watcher + "exec '" OQA_DEMOSAIC_PROGRAM
+                               "' [0-9]*.pgm --pattern RGGB --level scalar --jobs 2 -o out");
+  EXPECT_EQ(run.status, 128 + GetParam()) << run.err;
+  EXPECT_EQ(run_in(folder, "ls -A out | grep '^[.]'").out, "");
 }
+
+INSTANTIATE_TEST_SUITE_P(Signals, Command_signal, testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         [](const testing::TestParamInfo<int>& info) {
+                           return std::string(sigabbrev_np(info.param));
+                         });
 
 }  // namespace

@@ -1,5 +1,6 @@
-// Writes small DNG files with libtiff: a CFA image with an active area, so
-// that the camera raw reader can be checked against known samples.
+// Writes small DNG and TIFF files with libtiff, so that the readers can be
+// checked against known samples, and rewrites single tag entries of them for
+// the crafted damage a hostile file carries.
 #ifndef OQA_TESTS_TOOL_DNG_FILE_H
 #define OQA_TESTS_TOOL_DNG_FILE_H
 
@@ -24,6 +25,29 @@ struct Dng_description {
 
 // Returns false if libtiff refuses.
 bool write_dng(const std::string& path, const Dng_description& dng);
+
+// A tiff_width x tiff_height image, tiles of 16x16 or strips of 4 rows, from
+// samples_per_pixel * tiff_width * tiff_height samples.
+inline constexpr int tiff_width = 45;
+inline constexpr int tiff_height = 27;
+struct Tiff_layout {
+  const char* mode;  // "wl" little-endian, "wb" big-endian
+  std::uint16_t compression;
+  bool tiled;
+  std::uint16_t samples_per_pixel = 1;
+  std::uint16_t bits = 16;
+};
+
+// Returns false if libtiff refuses.
+bool write_tiff(const std::string& path, const Tiff_layout& layout,
+                const std::vector<std::uint16_t>& samples);
+
+enum class Tiff_field { count, value };
+
+// Sets the count or the value (SHORT or LONG, held in the entry) of `tag` in
+// the first directory of a little-endian TIFF. Returns false if it is absent.
+bool rewrite_tiff_entry(std::vector<std::uint8_t>& bytes, std::uint16_t tag, Tiff_field field,
+                        std::uint32_t number);
 
 }  // namespace tool_test
 

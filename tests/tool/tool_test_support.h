@@ -66,6 +66,21 @@ inline std::vector<std::uint8_t> read_bytes(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+inline std::string text_of(const std::string& path) {
+  const std::vector<std::uint8_t> bytes = read_bytes(path);
+  return {bytes.begin(), bytes.end()};
+}
+
+// The samples of a .raw output file: 16-bit little-endian.
+inline std::vector<std::uint16_t> raw_samples_of(const std::string& path) {
+  const std::vector<std::uint8_t> bytes = read_bytes(path);
+  std::vector<std::uint16_t> samples;
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+    samples.push_back(static_cast<std::uint16_t>(bytes[i] | bytes[i + 1] << 8));
+  }
+  return samples;
+}
+
 }  // namespace tool_test
 
 #endif  // OQA_TESTS_TOOL_TOOL_TEST_SUPPORT_H

@@ -1,8 +1,10 @@
 // Each writer's file read back with an independent reader: libtiff, libpng,
 // and the netpbm and raw byte layouts decoded by hand.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <png.h>
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <csetjmp>
 #include <cstdio>
@@ -94,13 +96,12 @@ std::vector<std::uint16_t> read_back_ppm(const std::string& path) {
   return samples;
 }
 
-std::vector<std::uint16_t> read_back_raw(const std::string& path) {
-  const auto bytes = tool_test::read_bytes(path);
-  std::vector<std::uint16_t> samples;
-  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-    samples.push_back(static_cast<std::uint16_t>(bytes[i] | bytes[i + 1] << 8));
-  }
-  return samples;
+// The writers take an open descriptor and leave it open.
+void write_file(Output_type type, const std::string& path, const Colour_image& image) {
+  const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  ASSERT_GE(descriptor, 0);
+  oqa_tool::write_image(type, descriptor, image);
+  EXPECT_EQ(::close(descriptor), 0);
 }
 
 class Writer_round_trip : public testing::TestWithParam<Output_type> {};
@@ -115,7 +116,7 @@ TEST_P(Writer_round_trip, ReadsBackTheSameSamples) {
   image.samples[2] = 0x00FF;
   image.samples[3] = 0xFF00;
   const std::string path = folder.file("image" + oqa_tool::extension_of(GetParam()));
-  oqa_tool::write_image(GetParam(), path, image);
+  write_file(GetParam(), path, image);
 
   std::vector<std::uint16_t> read;
   switch (GetParam()) {
@@ -129,7 +130,7 @@ TEST_P(Writer_round_trip, ReadsBackTheSameSamples) {
       read = read_back_ppm(path);
       break;
     case Output_type::raw:
-      read = read_back_raw(path);
+      read = tool_test::raw_samples_of(path);
       break;
   }
   EXPECT_EQ(read, image.samples);
@@ -146,17 +147,20 @@ TEST(Writer, RawKeepsThePlanarLayout) {
   const tool_test::Scratch_folder folder;
   const Colour_image image{
       2, 2, QN_COLOR_FORMAT_BGR_PLANAR, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}};
-  oqa_tool::write_image(Output_type::raw, folder.file("p.raw"), image);
-  EXPECT_EQ(read_back_raw(folder.file("p.raw")), image.samples);
+  write_file(Output_type::raw, folder.file("p.raw"), image);
+  EXPECT_EQ(tool_test::raw_samples_of(folder.file("p.raw")), image.samples);
 }
 
-TEST(Writer, UnwritablePathIsReported) {
+TEST(Writer, AFullDiskIsReported) {
+  const int full = ::open("/dev/full", O_RDWR | O_CLOEXEC);
+  ASSERT_GE(full, 0);
   const Colour_image image{2, 2, QN_COLOR_FORMAT_RGB_INTERLEAVED, std::vector<std::uint16_t>(12)};
   for (const Output_type type :
        {Output_type::tiff, Output_type::png, Output_type::ppm, Output_type::raw}) {
-    EXPECT_THROW(oqa_tool::write_image(type, "/nonexistent-folder/x", image),
-                 oqa_tool::Image_io_error);
+    EXPECT_THROW(oqa_tool::write_image(type, full, image), oqa_tool::Image_io_error)
+        << oqa_tool::extension_of(type);
   }
+  ::close(full);
 }
 
 TEST(Output_types, FollowTheExtensionCaseInsensitively) {

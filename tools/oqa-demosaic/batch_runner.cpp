@@ -1,5 +1,7 @@
 #include "batch_runner.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -22,10 +24,17 @@ namespace {
 
 struct Job {
   std::string input;
-  std::string target;
+  std::string target;  // as the user will read it
+  std::string name;    // in the output folder
   Output_type type = Output_type::tiff;
   // Set when the job cannot run at all (its output name clashes).
   std::string planning_error;
+};
+
+struct Plan {
+  std::vector<Job> jobs;
+  std::optional<Output_folder> folder;
+  std::vector<Protected_file> inputs;
 };
 
 struct Totals {
@@ -44,55 +53,71 @@ struct Job_failure {
 };
 
 bool names_folder(const std::string& output) {
-  return !output.empty() && (output.back() == '/' || std::filesystem::is_directory(output));
+  std::error_code ignored;  // an unreadable path is no folder; opening it says why
+  return !output.empty() &&
+         (output.back() == '/' || std::filesystem::is_directory(output, ignored));
 }
 
-std::vector<Job> plan_jobs(const Tool_options& options, std::string& error) {
-  std::vector<Job> jobs;
+// Fills `plan`, or returns the one line that stops the run.
+std::string plan_jobs(const Tool_options& options, Plan& plan) {
+  std::string folder = options.output;
   if (options.inputs.size() == 1 && !names_folder(options.output)) {
-    Job job{options.inputs.front(), options.output, options.type, ""};
+    const Output_place place = place_of(options.output);
+    Job job{options.inputs.front(), options.output, place.name, options.type, ""};
     const std::optional<Output_type> by_name = output_type_of_path(options.output);
     if (by_name) {
       job.type = *by_name;
     } else if (!options.type_given) {
-      error = options.output +
-              ": cannot tell the output type from the name; end it in .tif, .tiff, .png, .ppm "
-              "or .raw, or give --type";
-      return {};
+      return options.output +
+             ": cannot tell the output type from the name; end it in .tif, .tiff, .png, .ppm "
+             "or .raw, or give --type";
     }
-    jobs.push_back(job);
-    return jobs;
+    plan.jobs.push_back(job);
+    folder = place.folder;
+  } else {
+    std::error_code code;
+    std::filesystem::create_directories(options.output, code);
+    if (code) {
+      return options.output + ": cannot create the output folder: " + code.message();
+    }
+    std::map<std::string, std::string> claimed;  // name -> input
+    for (const std::string& input : options.inputs) {
+      const std::string name =
+          std::filesystem::path(input).stem().string() + extension_of(options.type);
+      Job job{input, (std::filesystem::path(options.output) / name).string(), name, options.type,
+              ""};
+      const auto [claim, fresh] = claimed.emplace(name, input);
+      if (!fresh) {
+        job.planning_error = "output " + job.target + " is already the output of " + claim->second;
+      }
+      plan.jobs.push_back(job);
+    }
   }
-  std::error_code code;
-  std::filesystem::create_directories(options.output, code);
-  if (code) {
-    error = options.output + ": cannot create the output folder: " + code.message();
-    return {};
+  try {
+    plan.folder.emplace(folder);
+  } catch (const Image_io_error& error) {
+    return options.output + ": " + error.what();
   }
-  std::map<std::string, std::string> claimed;  // target -> input
+  // Whatever name an input goes by, its device and inode give it away.
   for (const std::string& input : options.inputs) {
-    const std::filesystem::path name = std::filesystem::path(input).stem();
-    Job job{input,
-            (std::filesystem::path(options.output) / name).string() + extension_of(options.type),
-            options.type, ""};
-    const auto [claim, fresh] = claimed.emplace(job.target, input);
-    if (!fresh) {
-      job.planning_error = "output " + job.target + " is already the output of " + claim->second;
+    struct stat status {};
+    if (::stat(input.c_str(), &status) == 0) {
+      plan.inputs.push_back({status.st_dev, status.st_ino, input});
     }
-    jobs.push_back(job);
   }
-  return jobs;
+  return {};
 }
 
 // Reads, demosaics and writes one file; returns the pixel count and the
 // seconds spent in the library.
-std::pair<std::uint64_t, double> convert(const Tool_options& options, const Job& job) {
+std::pair<std::uint64_t, double> convert(const Tool_options& options, const Plan& plan,
+                                         const Job& job) {
   if (!job.planning_error.empty()) {
     throw Job_failure{job.input, job.planning_error};
   }
   std::optional<Atomic_output_file> output;
   try {
-    output.emplace(job.target, options.force);
+    output.emplace(*plan.folder, job.name, options.force, plan.inputs);
   } catch (const Image_io_error& error) {
     throw Job_failure{job.target, error.what()};
   }
@@ -121,7 +146,7 @@ std::pair<std::uint64_t, double> convert(const Tool_options& options, const Job&
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
   image = Mosaic_image();  // free the input before the output is encoded
   try {
-    write_image(job.type, output->temporary_path(), result);
+    write_image(job.type, output->descriptor(), result);
     output->commit();
   } catch (const Image_io_error& error) {
     throw Job_failure{job.target, error.what()};
@@ -129,17 +154,20 @@ std::pair<std::uint64_t, double> convert(const Tool_options& options, const Job&
   return {static_cast<std::uint64_t>(result.width) * result.height, seconds.count()};
 }
 
-void run_job(const Tool_options& options, const Job& job, Totals& totals, Progress_bar& progress) {
+void run_job(const Tool_options& options, const Plan& plan, const Job& job, Totals& totals,
+             Progress_bar& progress) {
   std::optional<Job_failure> failure;
   std::pair<std::uint64_t, double> work{0, 0.0};
   try {
-    work = convert(options, job);
+    work = convert(options, plan, job);
   } catch (const Job_failure& caught) {
     failure = caught;
   } catch (const std::bad_alloc&) {
     failure = Job_failure{job.input, "out of memory"};
   } catch (const std::exception& error) {
     failure = Job_failure{job.input, error.what()};
+  } catch (...) {
+    failure = Job_failure{job.input, "unexpected error"};
   }
   {
     const std::lock_guard lock(totals.mutex);
@@ -160,18 +188,19 @@ void run_job(const Tool_options& options, const Job& job, Totals& totals, Progre
 }  // namespace
 
 int run_batch(const Tool_options& options) {
-  std::string planning_error;
-  const std::vector<Job> jobs = plan_jobs(options, planning_error);
+  Plan plan;
+  const std::string planning_error = plan_jobs(options, plan);
   if (!planning_error.empty()) {
     std::fprintf(stderr, "oqa-demosaic: %s\n", planning_error.c_str());
     return 1;
   }
+  const std::vector<Job>& jobs = plan.jobs;
   Totals totals;
   Progress_bar progress(jobs.size(), jobs.size() > 1 && !options.quiet);
   std::atomic<std::size_t> next{0};
   const auto worker = [&] {
     for (std::size_t index = next++; index < jobs.size(); index = next++) {
-      run_job(options, jobs[index], totals, progress);
+      run_job(options, plan, jobs[index], totals, progress);
     }
   };
   const std::size_t thread_count =

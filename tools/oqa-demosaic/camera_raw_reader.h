@@ -16,11 +16,19 @@ struct Camera_raw_options {
   bool normalize = false;
 };
 
-// Throws Image_io_error when LibRaw does not recognise the file, when the
-// data is truncated or corrupt, and for sensors that are not Bayer (X-Trans,
-// Foveon and other full-colour data, four-colour arrays).
+// Decodes in a child process (decoder_process.h), so that a crash, a hang or
+// a runaway allocation inside LibRaw costs this file only. Throws
+// Image_io_error when LibRaw does not recognise the file, when the data is
+// truncated or corrupt, for sensors that are not Bayer (X-Trans, Foveon and
+// other full-colour data, four-colour arrays), and when the decoder crashes or
+// exceeds its time or memory.
 Mosaic_image read_camera_raw(std::span<const std::uint8_t> bytes,
                              const Camera_raw_options& options);
+
+// The decode itself, in this process: what the child runs, and what the
+// fuzzer drives. A crash inside LibRaw here takes the caller with it.
+Mosaic_image decode_camera_raw(std::span<const std::uint8_t> bytes,
+                               const Camera_raw_options& options);
 
 }  // namespace oqa_tool
 

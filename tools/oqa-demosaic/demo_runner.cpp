@@ -58,7 +58,9 @@ int run_demo(const Tool_options& options) {
   const Output_type type = by_name.value_or(options.type);
   try {
     // Claim the output first: an existing file should stop the demo at once.
-    Atomic_output_file output(target, options.force);
+    const Output_place place = place_of(target);
+    const Output_folder folder(place.folder);
+    Atomic_output_file output(folder, place.name, options.force);
     const QN_COLOR_FILTER_ARRAY_PHASE phase = options.pattern.value_or(QN_CFA_PHASE_RED);
     const Mosaic_image mosaic = mosaic_of(make_demo_chart(chart_width, chart_height), phase);
     std::printf("Demosaicing a %dx%d %s test chart (colour bars, gradients, zone plate, text)\n",
@@ -90,7 +92,7 @@ int run_demo(const Tool_options& options) {
     if (levels.size() > 1) {
       std::printf("All %zu levels agree byte for byte.\n", levels.size());
     }
-    write_image(type, output.temporary_path(), reference);
+    write_image(type, output.descriptor(), reference);
     output.commit();
     std::printf("Wrote %s\n", target.c_str());
   } catch (const Image_io_error& error) {

@@ -13,49 +13,50 @@ namespace oqa_tool {
 
 namespace {
 
-// Closes the descriptor on every way out.
-class File_descriptor {
- public:
-  explicit File_descriptor(int fd) : fd_(fd) {}
-  File_descriptor(const File_descriptor&) = delete;
-  File_descriptor& operator=(const File_descriptor&) = delete;
-  ~File_descriptor() {
-    if (fd_ >= 0) {
-      ::close(fd_);
-    }
-  }
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
 [[noreturn]] void throw_errno(const char* what) {
   throw Image_io_error(std::string(what) + ": " + std::strerror(errno));
 }
 
+[[noreturn]] void throw_too_large(std::uint64_t max_bytes) {
+  throw Image_io_error("file is larger than " + std::to_string(max_bytes) +
+                       " bytes, the most this input may hold");
+}
+
 }  // namespace
 
-std::vector<std::uint8_t> read_file_bytes(const std::string& path) {
-  const File_descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.get() < 0) {
+File_descriptor::~File_descriptor() {
+  if (fd_ >= 0) {
+    ::close(fd_);
+  }
+}
+
+Input_file::Input_file(const std::string& path)
+    : file_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+  if (file_.get() < 0) {
     throw_errno("cannot open");
   }
   struct stat status {};
-  if (::fstat(file.get(), &status) != 0) {
+  if (::fstat(file_.get(), &status) != 0) {
     throw_errno("cannot read");
   }
   if (S_ISDIR(status.st_mode)) {
     throw Image_io_error("is a folder, not an image file");
   }
-  std::vector<std::uint8_t> bytes;
   if (S_ISREG(status.st_mode)) {
-    bytes.reserve(static_cast<std::size_t>(status.st_size));
+    size_ = static_cast<std::uint64_t>(status.st_size);
   }
+}
+
+std::vector<std::uint8_t> Input_file::read_all(std::uint64_t max_bytes) {
+  if (size_.value_or(0) > max_bytes) {
+    throw_too_large(max_bytes);
+  }
+  std::vector<std::uint8_t> bytes;
+  bytes.reserve(static_cast<std::size_t>(size_.value_or(0)));
   // Read to the end rather than trusting the size: pipes and growing files.
   std::uint8_t chunk[1 << 16];
   for (;;) {
-    const ssize_t count = ::read(file.get(), chunk, sizeof chunk);
+    const ssize_t count = ::read(file_.get(), chunk, sizeof chunk);
     if (count < 0) {
       if (errno == EINTR) {
         continue;
@@ -63,11 +64,17 @@ std::vector<std::uint8_t> read_file_bytes(const std::string& path) {
       throw_errno("cannot read");
     }
     if (count == 0) {
-      break;
+      return bytes;
+    }
+    if (static_cast<std::uint64_t>(count) > max_bytes - bytes.size()) {
+      throw_too_large(max_bytes);
     }
     bytes.insert(bytes.end(), chunk, chunk + count);
   }
-  return bytes;
+}
+
+std::vector<std::uint8_t> read_file_bytes(const std::string& path) {
+  return Input_file(path).read_all(max_input_bytes);
 }
 
 }  // namespace oqa_tool

@@ -19,6 +19,23 @@ std::optional<int> parse_positive(std::string_view text) {
   return value;
 }
 
+// Bytes of samples the frame needs.
+std::uint64_t frame_bytes(Frame_size size) {
+  check_image_size(size.width, size.height);
+  return std::uint64_t{2} * static_cast<std::uint64_t>(size.width) *
+         static_cast<std::uint64_t>(size.height);
+}
+
+void check_frame_bytes(Frame_size size, std::uint64_t present) {
+  const std::uint64_t needed = frame_bytes(size);
+  if (present != needed) {
+    throw Image_io_error(std::string(present < needed ? "truncated" : "too long") +
+                         " headerless frame: " + std::to_string(size.width) + "x" +
+                         std::to_string(size.height) + " needs " + std::to_string(needed) +
+                         " bytes, the file has " + std::to_string(present));
+  }
+}
+
 }  // namespace
 
 std::optional<Frame_size> parse_frame_size(std::string_view text) {
@@ -35,14 +52,8 @@ std::optional<Frame_size> parse_frame_size(std::string_view text) {
 }
 
 Mosaic_image read_headerless(std::span<const std::uint8_t> bytes, Frame_size size) {
-  check_image_size(size.width, size.height);
+  check_frame_bytes(size, bytes.size());
   const auto pixel_count = static_cast<std::size_t>(size.width) * size.height;
-  if (bytes.size() != 2 * pixel_count) {
-    throw Image_io_error(std::string(bytes.size() < 2 * pixel_count ? "truncated" : "too long") +
-                         " headerless frame: " + std::to_string(size.width) + "x" +
-                         std::to_string(size.height) + " needs " + std::to_string(2 * pixel_count) +
-                         " bytes, the file has " + std::to_string(bytes.size()));
-  }
   Mosaic_image image;
   image.width = size.width;
   image.height = size.height;
@@ -51,6 +62,13 @@ Mosaic_image read_headerless(std::span<const std::uint8_t> bytes, Frame_size siz
     image.samples[i] = static_cast<std::uint16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
   }
   return image;
+}
+
+Mosaic_image read_headerless(Input_file& file, Frame_size size) {
+  if (file.size()) {
+    check_frame_bytes(size, *file.size());
+  }
+  return read_headerless(file.read_all(frame_bytes(size)), size);
 }
 
 }  // namespace oqa_tool

@@ -7,6 +7,7 @@
 #include <span>
 #include <string_view>
 
+#include "file_bytes.h"
 #include "mosaic_image.h"
 
 namespace oqa_tool {
@@ -22,6 +23,9 @@ std::optional<Frame_size> parse_frame_size(std::string_view text);
 
 // Throws Image_io_error unless the bytes hold exactly the frame.
 Mosaic_image read_headerless(std::span<const std::uint8_t> bytes, Frame_size size);
+
+// The same from a file; a regular file of the wrong size is refused unread.
+Mosaic_image read_headerless(Input_file& file, Frame_size size);
 
 }  // namespace oqa_tool
 

@@ -8,22 +8,22 @@ QN_COLOR_FORMAT format_for(Output_type type, QN_COLOR_FORMAT raw_layout) {
   return type == Output_type::raw ? raw_layout : QN_COLOR_FORMAT_RGB_INTERLEAVED;
 }
 
-void write_image(Output_type type, const std::string& path, const Colour_image& image) {
+void write_image(Output_type type, int descriptor, const Colour_image& image) {
   if (type != Output_type::raw && image.format != QN_COLOR_FORMAT_RGB_INTERLEAVED) {
     throw Image_io_error("internal error: image writers need RGB-interleaved samples");
   }
   switch (type) {
     case Output_type::tiff:
-      write_tiff(path, image);
+      write_tiff(descriptor, image);
       return;
     case Output_type::png:
-      write_png(path, image);
+      write_png(descriptor, image);
       return;
     case Output_type::ppm:
-      write_ppm(path, image);
+      write_ppm(descriptor, image);
       return;
     case Output_type::raw:
-      write_raw(path, image);
+      write_raw(descriptor, image);
       return;
   }
 }

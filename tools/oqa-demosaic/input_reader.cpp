@@ -49,7 +49,11 @@ Mosaic_image read_mosaic(std::span<const std::uint8_t> bytes, const Read_options
 }
 
 Mosaic_image read_mosaic_file(const std::string& path, const Read_options& options) {
-  return read_mosaic(read_file_bytes(path), options);
+  Input_file file(path);
+  if (options.headerless) {
+    return read_headerless(file, *options.headerless);
+  }
+  return read_mosaic(file.read_all(max_input_bytes), options);
 }
 
 }  // namespace oqa_tool

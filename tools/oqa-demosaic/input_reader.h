@@ -23,7 +23,8 @@ struct Read_options {
 // Throws Image_io_error.
 Mosaic_image read_mosaic(std::span<const std::uint8_t> bytes, const Read_options& options);
 
-// Reads the file, then read_mosaic.
+// Reads the file, at most max_input_bytes of it (a headerless frame's size
+// is checked first, before reading), then read_mosaic.
 Mosaic_image read_mosaic_file(const std::string& path, const Read_options& options);
 
 }  // namespace oqa_tool

@@ -54,8 +54,8 @@ bool encode(std::FILE* file, const Colour_image& image, png_bytep* rows, Png_err
 
 }  // namespace
 
-void write_png(const std::string& path, const Colour_image& image) {
-  Stdio_file file(path);
+void write_png(int descriptor, const Colour_image& image) {
+  Stdio_file file(descriptor);
   std::vector<png_bytep> rows(static_cast<std::size_t>(image.height));
   const std::size_t row_samples = static_cast<std::size_t>(image.width) * 3;
   for (std::size_t y = 0; y < rows.size(); ++y) {

@@ -6,8 +6,8 @@
 
 namespace oqa_tool {
 
-void write_ppm(const std::string& path, const Colour_image& image) {
-  Stdio_file file(path);
+void write_ppm(int descriptor, const Colour_image& image) {
+  Stdio_file file(descriptor);
   const std::string header =
       "P6\n" + std::to_string(image.width) + " " + std::to_string(image.height) + "\n65535\n";
   file.write(header.data(), header.size());

@@ -8,8 +8,8 @@ namespace oqa_tool {
 // The documented byte order is little-endian; this tool is built for x86-64.
 static_assert(std::endian::native == std::endian::little);
 
-void write_raw(const std::string& path, const Colour_image& image) {
-  Stdio_file file(path);
+void write_raw(int descriptor, const Colour_image& image) {
+  Stdio_file file(descriptor);
   file.write(image.samples.data(), image.samples.size() * sizeof(std::uint16_t));
   file.close();
 }

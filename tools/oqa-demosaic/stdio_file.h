@@ -1,6 +1,10 @@
-// An owned stdio stream for the writers that emit bytes themselves.
+// A stdio stream over a copy of an output's descriptor, for the writers that
+// emit bytes themselves; closing it leaves the output's own descriptor open.
 #ifndef OQA_TOOLS_STDIO_FILE_H
 #define OQA_TOOLS_STDIO_FILE_H
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -13,9 +17,15 @@ namespace oqa_tool {
 
 class Stdio_file {
  public:
-  explicit Stdio_file(const std::string& path) : file_(std::fopen(path.c_str(), "wb")) {
+  explicit Stdio_file(int descriptor) {
+    const int copy = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    file_ = copy < 0 ? nullptr : ::fdopen(copy, "wb");
     if (file_ == nullptr) {
-      throw Image_io_error(std::string("cannot write output: ") + std::strerror(errno));
+      const int error = errno;
+      if (copy >= 0) {
+        ::close(copy);
+      }
+      throw Image_io_error(std::string("cannot write output: ") + std::strerror(error));
     }
   }
   Stdio_file(const Stdio_file&) = delete;
@@ -44,7 +54,7 @@ class Stdio_file {
   }
 
  private:
-  std::FILE* file_;
+  std::FILE* file_ = nullptr;
 };
 
 }  // namespace oqa_tool

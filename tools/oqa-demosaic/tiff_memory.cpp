@@ -29,6 +29,10 @@ Memory_tiff::Memory_tiff(std::span<const std::uint8_t> bytes) : bytes_(bytes) {
   if (options == nullptr) {
     throw std::bad_alloc();
   }
+  // libtiff sizes its own buffers (strip and tile tables, raw data) from the
+  // file's claims; none of them needs more than a few times the file.
+  const auto file_bytes = static_cast<tmsize_t>(bytes.size());
+  TIFFOpenOptionsSetMaxSingleMemAlloc(options, std::max<tmsize_t>(16 * file_bytes, 16 << 20));
   TIFFOpenOptionsSetErrorHandlerExtR(options, &Memory_tiff::on_message, this);
   TIFFOpenOptionsSetWarningHandlerExtR(options, &Memory_tiff::on_warning, this);
   // "m": no memory mapping, every read goes through our procedures.

@@ -1,7 +1,11 @@
+#include <fcntl.h>
 #include <tiffio.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "image_io_error.h"
@@ -26,14 +30,23 @@ int ignore_warning(TIFF* /*tiff*/, void* /*user_data*/, const char* /*module*/,
 
 class Tiff_output {
  public:
-  explicit Tiff_output(const std::string& path) {
+  // On a copy of `descriptor`: TIFFClose closes the one it was given.
+  explicit Tiff_output(int descriptor) {
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
     if (options == nullptr) {
       throw std::bad_alloc();
     }
     TIFFOpenOptionsSetErrorHandlerExtR(options, &capture_error, &error_);
     TIFFOpenOptionsSetWarningHandlerExtR(options, &ignore_warning, nullptr);
-    tiff_ = TIFFOpenExt(path.c_str(), "w", options);
+    const int copy = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    if (copy < 0) {
+      error_ = std::strerror(errno);
+    } else {
+      tiff_ = TIFFFdOpenExt(copy, "output", "w", options);
+      if (tiff_ == nullptr) {
+        ::close(copy);
+      }
+    }
     TIFFOpenOptionsFree(options);
     if (tiff_ == nullptr) {
       fail();
@@ -70,8 +83,8 @@ class Tiff_output {
 
 }  // namespace
 
-void write_tiff(const std::string& path, const Colour_image& image) {
-  Tiff_output output(path);
+void write_tiff(int descriptor, const Colour_image& image) {
+  Tiff_output output(descriptor);
   TIFF* tiff = output.get();
   const auto width = static_cast<std::uint32_t>(image.width);
   TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
