@@ -18,14 +18,13 @@ int main() {
   auto* initialize = reinterpret_cast<int (*)()>(dlsym(library, "qn_demosaic_module_initialize"));
   initialize();
   initialize();  // counts above 1 make no difference
-  test_doubles::events().clear();
+  auto& events = test_doubles::state().events;
+  events.clear();
   dlclose(library);
 
-  std::vector<std::string> const expected = {"terminate avx512", "terminate avx2", "terminate sse",
-                                             "free OSTREVAN_OQA_DEMOSAIC []"};
-  auto const& events = test_doubles::events();
-  bool const ok = events == expected;
+  bool const ok =
+      events == std::vector<std::string>{"terminate avx512", "terminate avx2", "terminate sse",
+                                         "free OSTREVAN_OQA_DEMOSAIC []"};
   for (auto const& event : events) std::printf("%s\n", event.c_str());
-  std::printf("%s\n", ok ? "1 passed, 0 failed" : "0 passed, 1 failed");
   return ok ? 0 : 1;
 }

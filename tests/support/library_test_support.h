@@ -2,11 +2,15 @@
 #ifndef OQA_TESTS_SUPPORT_LIBRARY_TEST_SUPPORT_H
 #define OQA_TESTS_SUPPORT_LIBRARY_TEST_SUPPORT_H
 
+#include <link.h>
+
 #include <cstdint>
 #include <random>
+#include <string>
 #include <vector>
 
-#include "ostrevan_oqa_demosaic.h"
+#include "bayer_reference_model.h"
+#include "validation_oracle.h"
 
 namespace test_support {
 
@@ -26,21 +30,60 @@ inline std::vector<std::uint16_t> transform(std::vector<std::uint16_t> const& mo
                                             int height, int phase, int format, int level,
                                             int origin_x = 0, int origin_y = 0) {
   std::vector<std::uint16_t> output(static_cast<std::size_t>(3) * width * height, 0xA5A5);
-  auto const p = static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase);
-  auto const f = static_cast<QN_COLOR_FORMAT>(format);
-  int const result = level == default_entry
-                         ? qn_demosaic_transform_16_to_48(width, height, origin_x, origin_y, p, f,
-                                                          QN_COLOR_FILTER_TYPE_BAYER, 16,
-                                                          mosaic.data(), output.data())
-                         : qn_demosaic_transform_test_16_to_48(width, height, origin_x, origin_y, p,
-                                                               f, QN_COLOR_FILTER_TYPE_BAYER, 16,
-                                                               mosaic.data(), output.data(), level);
-  return result == QN_DEMOSAIC_NO_ERROR ? output : std::vector<std::uint16_t>{};
+  Transform_arguments const call{width,  height, origin_x, origin_y,      phase,
+                                 format, 0,      16,       mosaic.data(), output.data()};
+  return call_transform(call, level, level == default_entry) == QN_DEMOSAIC_NO_ERROR
+             ? output
+             : std::vector<std::uint16_t>{};
 }
 
-inline bool processor_has_avx512() {
-  return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-         __builtin_cpu_supports("avx512bw");
+// Highest level this processor can run: AVX-512 needs F, DQ and BW; AVX2 needs FMA too.
+inline int processor_level() {
+  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+      __builtin_cpu_supports("avx512bw")) {
+    return 3;
+  }
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) return 2;
+  return __builtin_cpu_supports("sse4.1") ? 1 : 0;
+}
+
+// A frame with its expected output from the independent per-pixel model.
+struct Case {
+  int width;
+  int height;
+  int origin_x;
+  int origin_y;
+  int phase;
+  int format;
+  std::vector<std::uint16_t> input;
+  std::vector<std::uint16_t> expected;
+
+  bool transform_is_exact(int level) const {
+    return transform(input, width, height, phase, format, level, origin_x, origin_y) == expected;
+  }
+};
+
+// Sizes with both parities, every phase and format, odd and negative origins.
+inline std::vector<Case> make_cases(int count) {
+  std::vector<Case> cases;
+  for (int i = 0; i < count; ++i) {
+    Case c{2 + (i * 37) % 131, 2 + (i * 53) % 97, i % 3 - 1, (i / 3) % 2, i % 4, i % 3, {}, {}};
+    c.input = random_mosaic(c.width, c.height, 1000 + static_cast<unsigned>(i));
+    c.expected = reference::model_image(c.input, c.width, c.height, c.origin_x, c.origin_y, c.phase,
+                                        c.format);
+    cases.push_back(std::move(c));
+  }
+  return cases;
+}
+
+// True while a mapped object's path ends with "/" + `file_name`.
+inline bool is_mapped(std::string const& file_name) {
+  std::string suffix = "/" + file_name;
+  auto const visit = [](dl_phdr_info* info, std::size_t, void* data) {
+    auto const& wanted = *static_cast<std::string const*>(data);
+    return info->dlpi_name != nullptr && std::string(info->dlpi_name).ends_with(wanted) ? 1 : 0;
+  };
+  return dl_iterate_phdr(visit, &suffix) != 0;
 }
 
 }  // namespace test_support

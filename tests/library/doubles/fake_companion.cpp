@@ -12,11 +12,8 @@
 #define OQA_ENTRY(prefix, level, suffix) OQA_JOIN_NAME(prefix, level, suffix)
 
 namespace {
-constexpr int level = FAKE_COMPANION_LEVEL;
-char const* const level_name = FAKE_COMPANION_LEVEL_NAME;
-
-void record(char const* entry) {
-  test_doubles::events().push_back(std::string(entry) + " " + level_name);
+test_doubles::Companion& companion() {
+  return test_doubles::state().companions[FAKE_COMPANION_LEVEL];
 }
 }  // namespace
 
@@ -25,9 +22,8 @@ extern "C" {
 #ifndef FAKE_COMPANION_WITHOUT_INITIALIZE
 OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX,
                                    _module_initialize)() {
-  ++test_doubles::companion_counters(level).initialize;
-  record("initialize");
-  return test_doubles::companion_initialize_result(level);
+  ++companion().initialized;
+  return companion().initialize_result;
 }
 #endif
 
@@ -38,10 +34,8 @@ OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_transform_interior_16_to_48_vecto
                                                             QN_COLOR_FORMAT color_format,
                                                             const unsigned short* input_buffer,
                                                             unsigned short* output_buffer) {
-  ++test_doubles::companion_counters(level).transform;
-  if (test_doubles::companion_transform_throws(level)) {
-    throw std::runtime_error("companion failure");
-  }
+  ++companion().transforms;
+  if (companion().transform_throws) throw std::runtime_error("companion failure");
   with_color_format(color_format, [&](auto format) {
     demosaic_interior_using_color_phase<format()>(width, height, origin_x, origin_y, input_buffer,
                                                   output_buffer, phase);
@@ -52,8 +46,8 @@ OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_transform_interior_16_to_48_vecto
 #ifndef FAKE_COMPANION_WITHOUT_TERMINATE
 OQA_TEST_DOUBLES_API void OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX,
                                     _module_terminate)() {
-  ++test_doubles::companion_counters(level).terminate;
-  record("terminate");
+  ++companion().terminated;
+  test_doubles::state().events.push_back(std::string("terminate ") + FAKE_COMPANION_LEVEL_NAME);
 }
 #endif
 

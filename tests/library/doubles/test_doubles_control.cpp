@@ -1,33 +1,24 @@
 #include "test_doubles_control.h"
 
 namespace test_doubles {
-namespace {
-Companion_counters counters[4];
-int initialize_results[4];
-bool transform_throws[4];
-std::vector<Logged_record> records;
-std::vector<std::string> event_lines;
-bool open_fails = false;
-}  // namespace
 
-Companion_counters& companion_counters(int level) { return counters[level]; }
-int& companion_initialize_result(int level) { return initialize_results[level]; }
-bool& companion_transform_throws(int level) { return transform_throws[level]; }
-std::vector<Logged_record>& logged_records() { return records; }
-bool& logger_open_fails() { return open_fails; }
-std::vector<std::string>& events() { return event_lines; }
+State& state() {
+  // Never destroyed: a library still initialised when the process exits
+  // closes its log after this library's static objects are gone.
+  static State* const shared = new State;
+  return *shared;
+}
 
 void reset() {
-  for (int level = 0; level < 4; ++level) {
-    counters[level].initialize = 0;
-    counters[level].transform = 0;
-    counters[level].terminate = 0;
-    initialize_results[level] = 0;
-    transform_throws[level] = false;
+  State& s = state();
+  for (Companion& companion : s.companions) {
+    companion.initialized = companion.transforms = companion.terminated = 0;
+    companion.initialize_result = 0;
+    companion.transform_throws = false;
   }
-  records.clear();
-  event_lines.clear();
-  open_fails = false;
+  s.logger_open_fails = false;
+  s.records.clear();
+  s.events.clear();
 }
 
 }  // namespace test_doubles

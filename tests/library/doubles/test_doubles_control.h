@@ -12,35 +12,35 @@
 
 namespace test_doubles {
 
-// Atomic: concurrent transforms count at once.
-struct Companion_counters {
-  std::atomic<int> initialize{0};
-  std::atomic<int> transform{0};
-  std::atomic<int> terminate{0};
-};
-
 struct Logged_record {
-  int priority = 0;
+  int priority;
   std::string file;
-  int line = 0;
+  int line;
   std::string function;
   std::string message;
 };
 
-// level: 1 SSE, 2 AVX2, 3 AVX-512.
-OQA_TEST_DOUBLES_API Companion_counters& companion_counters(int level);
-OQA_TEST_DOUBLES_API int& companion_initialize_result(int level);
-OQA_TEST_DOUBLES_API bool& companion_transform_throws(int level);
+// One fake companion's calls (atomic: transforms run concurrently) and the
+// behaviour the test chose for it.
+struct Companion {
+  std::atomic<int> initialized{0};
+  std::atomic<int> transforms{0};
+  std::atomic<int> terminated{0};
+  int initialize_result = 0;
+  bool transform_throws = false;
+};
 
-OQA_TEST_DOUBLES_API std::vector<Logged_record>& logged_records();
-OQA_TEST_DOUBLES_API bool& logger_open_fails();
+struct State {
+  Companion companions[4];  // by level: 1 SSE, 2 AVX2, 3 AVX-512
+  bool logger_open_fails = false;
+  std::vector<Logged_record> records;
+  // In call order: "open MODULE [INSTANCE] CONFIG" and "free MODULE
+  // [INSTANCE]" from the logger, "terminate sse" ... from the companions.
+  std::vector<std::string> events;
+};
 
-// Every entry of every double appends one line, in call order: "open MODULE
-// INSTANCE CONFIG", "log", "free MODULE INSTANCE", "initialize sse",
-// "transform avx2", "terminate avx512", ...
-OQA_TEST_DOUBLES_API std::vector<std::string>& events();
-
-OQA_TEST_DOUBLES_API void reset();
+OQA_TEST_DOUBLES_API State& state();
+OQA_TEST_DOUBLES_API void reset();  // forgets every call and chosen behaviour
 
 }  // namespace test_doubles
 
