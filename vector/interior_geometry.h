@@ -34,6 +34,7 @@ inline Interior_request describe_interior(int width, int height, int origin_x, i
       first == QN_CFA_PHASE_RED || first == QN_CFA_PHASE_BLUE;
   request.layout = static_cast<Output_layout>(color_format);
   request.streaming = false;
+  request.narrow_vectors = false;
   return request;
 }
 

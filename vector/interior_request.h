@@ -22,6 +22,9 @@ struct Interior_request {
   // Non-temporal stores: worth it only when the output is far larger than
   // the caches, where they save reading every output line before writing it.
   bool streaming;
+  // AVX-512 only: 256-bit vectors (with the AVX-512 instructions) instead of
+  // 512-bit ones.
+  bool narrow_vectors;
 };
 
 }  // namespace oqa_vector

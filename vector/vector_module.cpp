@@ -8,7 +8,7 @@
 #include "interior_geometry.h"
 #include "interior_kernel.h"
 #include "ostrevan_oqa_demosaic.h"
-#include "streaming_policy.h"
+#include "store_plan.h"
 #include "vector_level_config.h"
 
 #define OQA_CONCAT3_(a, b, c) a##b##c
@@ -81,7 +81,9 @@ QN_DEMOSAIC_EXPORT int OQA_TRANSFORM_ENTRY(int width, int height, int origin_x, 
   oqa_vector::Interior_request request = oqa_vector::describe_interior(
       width, height, origin_x, origin_y, phase, color_format, input_buffer, output_buffer);
   std::size_t const output_bytes = 3 * request.width * request.height * sizeof(unsigned short);
-  request.streaming = oqa_vector::use_streaming_stores(request.layout, output_bytes);
+  oqa_vector::Store_plan const plan = oqa_vector::plan_stores(request.layout, output_bytes);
+  request.streaming = plan.streaming;
+  request.narrow_vectors = plan.narrow_vectors;
 #ifdef OQA_VECTOR_FORCE_DECLINE
   // Test build: a declined module must never be called, so a call shows up
   // as a damaged interior.

@@ -59,28 +59,69 @@ using Cell_starting_green_in_blue_row =
 #undef OQA_GREEN_IN_BLUE_ROW_PIXEL
 }  // namespace interior_sets
 
+// The 3x3 samples around the pixel being assigned, held as the traversal
+// moves along a row: each pixel shifts them one column to the left and reads
+// only the new right-hand column, so the six samples that a pixel shares
+// with its left neighbour stay in registers. Input and output never overlap
+// (the caller's obligation), so samples may be held across the stores; a
+// compiler could not prove that on its own and would read them again.
+class Sliding_neighbourhood {
+ public:
+  // Prepares the window for the pixel at (row, column): the columns to its
+  // left and under it are read now, the right-hand column by its advance().
+  void start(Dimensional_array_overlay<unsigned short> const& input, unsigned long row,
+             unsigned long column) {
+    for (int r = 0; r < 3; ++r) {
+      rows_[r] = input.data + (row + r - 1) * input.columns;
+      samples_[r][1] = rows_[r][column - 1];
+      samples_[r][2] = rows_[r][column];
+    }
+  }
+
+  // Moves the window to be centred on `column` of the started row.
+  void advance(unsigned long column) {
+    for (int r = 0; r < 3; ++r) {
+      samples_[r][0] = samples_[r][1];
+      samples_[r][1] = samples_[r][2];
+      samples_[r][2] = rows_[r][column + 1];
+    }
+  }
+
+  // The averagers' view: the centre is (1, 1).
+  std::uint32_t operator()(unsigned long row, unsigned long column) const {
+    return samples_[row][column];
+  }
+
+ private:
+  unsigned short const* rows_[3] = {};
+  std::uint32_t samples_[3][3] = {};
+};
+
 // Computes and stores one pixel at one of the four cell positions. The
-// (row, column) arguments address only the input; the output position is the
+// (row, column) arguments address only the input: start_row() readies the
+// row, each method moves to its column, and the output position is the
 // store's own, kept in step by the traversal.
 template <typename Traits, typename Store>
 struct Assign_demosaic_pixel_values {
   Store store;
   Dimensional_array_overlay<unsigned short> input;
+  Sliding_neighbourhood window;
 
-  void assign_row_1_odd(unsigned long row, unsigned long column) { assign<0>(row, column); }
-  void assign_row_1_even(unsigned long row, unsigned long column) { assign<1>(row, column); }
-  void assign_row_2_odd(unsigned long row, unsigned long column) { assign<2>(row, column); }
-  void assign_row_2_even(unsigned long row, unsigned long column) { assign<3>(row, column); }
+  void start_row(unsigned long row) { window.start(input, row, 1); }
+
+  void assign_row_1_odd(unsigned long /*row*/, unsigned long column) { assign<0>(column); }
+  void assign_row_1_even(unsigned long /*row*/, unsigned long column) { assign<1>(column); }
+  void assign_row_2_odd(unsigned long /*row*/, unsigned long column) { assign<2>(column); }
+  void assign_row_2_even(unsigned long /*row*/, unsigned long column) { assign<3>(column); }
 
  private:
   template <std::size_t Position>
-  void assign(unsigned long row, unsigned long column) {
-    unsigned short const blue =
-        typename Traits::template averager<3 * Position>{}(input, row, column);
+  void assign(unsigned long column) {
+    window.advance(column);
+    unsigned short const blue = typename Traits::template averager<3 * Position>{}(window, 1, 1);
     unsigned short const green =
-        typename Traits::template averager<3 * Position + 1>{}(input, row, column);
-    unsigned short const red =
-        typename Traits::template averager<3 * Position + 2>{}(input, row, column);
+        typename Traits::template averager<3 * Position + 1>{}(window, 1, 1);
+    unsigned short const red = typename Traits::template averager<3 * Position + 2>{}(window, 1, 1);
     store.store_pixel(blue, green, red);
   }
 };
@@ -92,12 +133,14 @@ template <bool height_is_even, bool width_is_even, typename Assign>
 void demosaic_all_but_the_edges_impl(Dimensional_array_overlay<unsigned short> const& input,
                                      unsigned short* output_buffer, unsigned long last_row,
                                      unsigned long last_column) {
-  Assign assign{{output_buffer, (last_row + 1) * (last_column + 1)}, input};
+  Assign assign{{output_buffer, (last_row + 1) * (last_column + 1)}, input, {}};
   assign.store.seek(last_column + 2);
   if (last_row < 2) {
     return;
   }
   for (unsigned long row = 1; row < last_row; row += 2) {
+    assign.start_row(row);
+#pragma GCC unroll 2
     for (unsigned long column = 1; column < last_column; column += 2) {
       assign.assign_row_1_odd(row, column);
       if (width_is_even || column + 1 < last_column) {
@@ -108,6 +151,8 @@ void demosaic_all_but_the_edges_impl(Dimensional_array_overlay<unsigned short> c
     if (!height_is_even && row + 1 == last_row) {
       break;
     }
+    assign.start_row(row + 1);
+#pragma GCC unroll 2
     for (unsigned long column = 1; column < last_column; column += 2) {
       assign.assign_row_2_odd(row + 1, column);
       if (width_is_even || column + 1 < last_column) {

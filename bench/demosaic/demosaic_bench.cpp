@@ -1,18 +1,21 @@
-// Whole-frame demosaic throughput at every instruction-set level and output
+// Whole-frame demosaic time at every instruction-set level and output
 // format, through the public test entry (the library is initialised once),
-// beside OpenCV's bilinear 16-bit Bayer demosaic and a plain fill of the same
-// output buffer (the memory roof). Also compares regular against
-// non-temporal stores in the kernels, and runs one transform per thread for
-// aggregate throughput.
+// beside OpenCV's bilinear 16-bit Bayer demosaic on one thread and a plain
+// std::fill of the same output buffer (the memory roof). A summary of the
+// ratios, with a yes/no per performance target, follows the table.
 //
-//   demosaic_bench [--threads=1,2,4] [benchmark flags]
+//   demosaic_bench [--threads=1,2,4] [--plans] [benchmark flags]
 //
-// Run it where the companion libraries can be found (their folder as the
-// working directory, or on LD_LIBRARY_PATH). A summary of ratios follows the
-// table.
+// --plans adds the kernels alone under every store plan (regular or
+// non-temporal stores, 256- or 512-bit vectors), the measurements behind
+// the companions' choice. Run it where the companion libraries can be found
+// (their folder as the working directory, or on LD_LIBRARY_PATH). For
+// medians of interleaved runs add --benchmark_repetitions=9
+// --benchmark_enable_random_interleaving=true.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -38,16 +41,27 @@ extern unique_ptr_reference_counted<Vector_avx512_demosaic_module> vector_avx512
 
 namespace {
 
+// A frame size and the targets the best level must meet there: a speed-up
+// over OpenCV and a ceiling on the time relative to the fill.
 struct Frame_size {
   int width;
   int height;
+  double opencv_factor;
+  double fill_ceiling;
 };
-constexpr Frame_size frame_sizes[] = {{640, 480}, {1920, 1080}, {3840, 2160}, {7680, 4320}};
+constexpr Frame_size frame_sizes[] = {
+    {640, 480, 4.5, 1.5}, {1920, 1080, 4.5, 1.2}, {3840, 2160, 4.5, 1.1}, {7680, 4320, 4.0, 1.1}};
+// Slack for "each level at least as fast as the one below" and for the
+// formats' spread around BGR interleaved.
+constexpr double level_tolerance = 1.02;
+constexpr double format_tolerance = 1.10;
+
 constexpr char const* level_names[] = {"scalar", "sse", "avx2", "avx512"};
 constexpr char const* format_names[] = {"bgr_planar", "bgr_interleaved", "rgb_interleaved"};
+constexpr int bgr_interleaved = 1;
 
-// The mosaic and output of one frame; every thread of a threaded run has its
-// own, so threads work on different frames.
+// The mosaic (full-range random samples) and output of one frame; every
+// thread of a threaded run has its own, so threads work on different frames.
 struct Frame {
   explicit Frame(Frame_size size)
       : width(size.width),
@@ -55,7 +69,7 @@ struct Frame {
         input(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height)),
         output(3 * input.size(), 0) {
     std::mt19937 random(static_cast<unsigned>(size.width));
-    std::uniform_int_distribution<unsigned> sample(0, 4095);
+    std::uniform_int_distribution<unsigned> sample(0, 65535);
     for (auto& value : input) {
       value = static_cast<std::uint16_t>(sample(random));
     }
@@ -81,15 +95,23 @@ bool level_usable(int level) {
   }
 }
 
-void count_frame(benchmark::State& state, Frame const& frame, std::size_t bytes_per_pixel) {
-  auto const iterations = static_cast<std::int64_t>(state.iterations());
-  auto const pixels = static_cast<std::int64_t>(frame.pixels());
-  state.SetItemsProcessed(iterations * pixels);
-  state.SetBytesProcessed(iterations * pixels * static_cast<std::int64_t>(bytes_per_pixel));
+int best_usable_level() {
+  int level = 3;
+  while (level > 0 && !level_usable(level)) {
+    --level;
+  }
+  return level;
 }
 
 // Input and output bytes of one pixel.
-constexpr std::size_t transform_bytes_per_pixel = 2 + 6;
+constexpr std::int64_t transform_bytes_per_pixel = 2 + 6;
+
+void count_frame(benchmark::State& state, Frame const& frame, std::int64_t bytes_per_pixel) {
+  auto const pixels =
+      static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(frame.pixels());
+  state.SetItemsProcessed(pixels);
+  state.SetBytesProcessed(pixels * bytes_per_pixel);
+}
 
 void bm_library(benchmark::State& state, int level, QN_COLOR_FORMAT format, Frame_size size) {
   if (!level_usable(level)) {
@@ -120,24 +142,21 @@ void bm_opencv(benchmark::State& state, Frame_size size) {
   count_frame(state, frame, transform_bytes_per_pixel);
 }
 
-void bm_fill(benchmark::State& state, Frame_size size, bool use_memset) {
+void bm_fill(benchmark::State& state, Frame_size size) {
   Frame frame(size);
   std::uint16_t value = 1;
   for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
-    if (use_memset) {
-      std::memset(frame.output.data(), value & 0xFF, frame.output.size() * sizeof(std::uint16_t));
-    } else {
-      std::fill(frame.output.begin(), frame.output.end(), value);
-    }
+    std::fill(frame.output.begin(), frame.output.end(), value);
     ++value;
     benchmark::ClobberMemory();
   }
   count_frame(state, frame, 6);
 }
 
-// The kernel alone, with the store strategy forced either way, to find the
-// size from which non-temporal stores win.
-void bm_store_strategy(benchmark::State& state, int level, bool streaming, Frame_size size) {
+// The kernel alone under one store plan, whatever the companion would
+// choose for the size.
+void bm_plan(benchmark::State& state, int level, QN_COLOR_FORMAT format, bool streaming,
+             bool narrow, Frame_size size) {
   using Kernel = void (*)(oqa_vector::Interior_request const&);
   constexpr Kernel kernels[] = {nullptr, oqa_vector_sse::demosaic_interior,
                                 oqa_vector_avx2::demosaic_interior,
@@ -148,10 +167,11 @@ void bm_store_strategy(benchmark::State& state, int level, bool streaming, Frame
     return;
   }
   Frame frame(size);
-  oqa_vector::Interior_request request = oqa_vector::describe_interior(
-      frame.width, frame.height, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_INTERLEAVED,
-      frame.input.data(), frame.output.data());
+  oqa_vector::Interior_request request =
+      oqa_vector::describe_interior(frame.width, frame.height, 0, 0, QN_CFA_PHASE_RED, format,
+                                    frame.input.data(), frame.output.data());
   request.streaming = streaming;
+  request.narrow_vectors = narrow;
   for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
     kernels[level](request);
     if (streaming) {
@@ -165,10 +185,6 @@ void bm_store_strategy(benchmark::State& state, int level, bool streaming, Frame
 // One frame per thread, best usable level, BGR interleaved; the reported
 // rate is the aggregate of all threads.
 void bm_threads(benchmark::State& state, int level, Frame_size size) {
-  if (!level_usable(level)) {
-    state.SkipWithError("level not usable on this processor");
-    return;
-  }
   Frame frame(size);
   for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
     qn_demosaic_transform_test_16_to_48(frame.width, frame.height, 0, 0, QN_CFA_PHASE_RED,
@@ -183,73 +199,68 @@ std::string size_name(Frame_size size) {
   return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
-// Appended rather than "/" + name: GCC 12 warns falsely (-Wrestrict) on
-// that operator+ at -O3.
-std::string size_suffix(Frame_size size) {
-  std::string suffix("/");
-  suffix += size_name(size);
-  return suffix;
+std::string library_run(int level, int format, Frame_size size) {
+  return std::string("demosaic/") + level_names[level] + "/" + format_names[format] + "/" +
+         size_name(size);
 }
 
-int best_level() {
-  for (int level = 3; level > 0; --level) {
-    if (level_usable(level)) {
-      return level;
-    }
-  }
-  return 0;
+benchmark::internal::Benchmark* in_milliseconds(benchmark::internal::Benchmark* benchmark) {
+  return benchmark->Unit(benchmark::kMillisecond)->UseRealTime();
 }
 
-void register_benchmarks(std::vector<int> const& thread_counts) {
+void register_benchmarks(std::vector<int> const& thread_counts, bool plans) {
   for (Frame_size const size : frame_sizes) {
-    std::string const suffix = size_suffix(size);
     for (int format = 0; format < 3; ++format) {
       for (int level = 0; level <= 3; ++level) {
-        benchmark::RegisterBenchmark(
-            (std::string("demosaic/") + level_names[level] + "/" + format_names[format] + suffix)
-                .c_str(),
-            bm_library, level, static_cast<QN_COLOR_FORMAT>(format), size)
-            ->Unit(benchmark::kMillisecond)
-            ->UseRealTime();
+        std::string const name = library_run(level, format, size);
+        in_milliseconds(benchmark::RegisterBenchmark(name.c_str(), bm_library, level,
+                                                     static_cast<QN_COLOR_FORMAT>(format), size));
       }
     }
-    benchmark::RegisterBenchmark(("opencv/bgr_interleaved" + suffix).c_str(), bm_opencv, size)
-        ->Unit(benchmark::kMillisecond)
-        ->UseRealTime();
-    benchmark::RegisterBenchmark(("fill/std_fill" + suffix).c_str(), bm_fill, size, false)
-        ->Unit(benchmark::kMillisecond)
-        ->UseRealTime();
-    benchmark::RegisterBenchmark(("fill/memset" + suffix).c_str(), bm_fill, size, true)
-        ->Unit(benchmark::kMillisecond)
-        ->UseRealTime();
+    std::string const opencv = "opencv/bgr_interleaved/" + size_name(size);
+    in_milliseconds(benchmark::RegisterBenchmark(opencv.c_str(), bm_opencv, size));
+    std::string const fill = "fill/" + size_name(size);
+    in_milliseconds(benchmark::RegisterBenchmark(fill.c_str(), bm_fill, size));
+    if (!plans) {
+      continue;
+    }
     for (int level = 1; level <= 3; ++level) {
-      for (bool const streaming : {false, true}) {
-        benchmark::RegisterBenchmark((std::string("stores/") + level_names[level] +
-                                      (streaming ? "/streaming" : "/regular") + suffix)
-                                         .c_str(),
-                                     bm_store_strategy, level, streaming, size)
-            ->Unit(benchmark::kMillisecond)
-            ->UseRealTime();
+      for (int format = 0; format < 2; ++format) {
+        for (bool const streaming : {false, true}) {
+          for (bool const narrow : {false, true}) {
+            if (narrow && level != 3) {
+              continue;
+            }
+            std::string const name = std::string("plan/") + level_names[level] + "/" +
+                                     format_names[format] +
+                                     (streaming ? "/streaming" : "/regular") +
+                                     (narrow ? "/256" : "") + "/" + size_name(size);
+            in_milliseconds(benchmark::RegisterBenchmark(name.c_str(), bm_plan, level,
+                                                         static_cast<QN_COLOR_FORMAT>(format),
+                                                         streaming, narrow, size));
+          }
+        }
       }
     }
   }
-  Frame_size const threaded_size{3840, 2160};
+  Frame_size const threaded_size{3840, 2160, 0, 0};
+  int const level = best_usable_level();
+  std::string const name =
+      std::string("threads/") + level_names[level] + "/bgr_interleaved/" + size_name(threaded_size);
   auto* threaded =
-      benchmark::RegisterBenchmark((std::string("threads/") + level_names[best_level()] +
-                                    "/bgr_interleaved/" + size_name(threaded_size))
-                                       .c_str(),
-                                   bm_threads, best_level(), threaded_size);
-  threaded->Unit(benchmark::kMillisecond)->UseRealTime();
+      in_milliseconds(benchmark::RegisterBenchmark(name.c_str(), bm_threads, level, threaded_size));
   for (int const threads : thread_counts) {
     threaded->Threads(threads);
   }
 }
 
-// Keeps the time per iteration of every run for the summary.
+char const* yes_no(bool value) { return value ? "yes" : "no"; }
+
+// Keeps the time per iteration of every run for the summary: the median
+// when there are repetitions.
 class Summary_reporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(std::vector<Run> const& runs) override {
-    // With --benchmark_repetitions the summary uses the medians.
     for (Run const& run : runs) {
       bool const median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
       if (run.error_occurred || (run.run_type == Run::RT_Aggregate && !median)) {
@@ -267,39 +278,47 @@ class Summary_reporter : public benchmark::ConsoleReporter {
 
   void print_summary() const {
     std::printf(
-        "\nSummary, BGR interleaved unless noted (time ratios; best = fastest usable level)\n");
-    std::printf("%-10s %9s %9s %9s %9s %11s %10s %11s %13s %s\n", "size", "opencv", "std_fill",
-                "memset", "best", "opencv/best", "best/fill", "best/memset", "opencv/scalar",
-                "levels 0>1>2>3 (planar bgr rgb)");
+        "\nSummary: BGR interleaved, medians in ms per frame; best = the fastest level.\n"
+        "Targets: best >= 4.5x OpenCV (4x at 7680x4320); best / fill <= 1.5 at 640x480, 1.2 "
+        "at 1920x1080, 1.1 above; every level at most 2%% slower than the one below, in every "
+        "format; scalar at least as fast as OpenCV; planar and RGB within 10%% of BGR at the "
+        "best level.\n");
+    std::printf("%-10s %8s %8s %8s %8s %8s %8s %8s %-7s %8s %8s | %-6s %-6s %-7s %-7s %-7s\n",
+                "size", "opencv", "fill", "scalar", "sse", "avx2", "avx512", "best", "level",
+                "ocv/best", "best/fil", "opencv", "fill", "levels", "scalar", "formats");
     for (Frame_size const size : frame_sizes) {
-      std::string const suffix = size_suffix(size);
-      double const opencv = time_of("opencv/bgr_interleaved" + suffix);
-      double const fill = time_of("fill/std_fill" + suffix);
-      double const memset = time_of("fill/memset" + suffix);
-      std::string ordered;
-      double best = 0;
-      double scalar = 0;
+      double times[3][4];
       for (int format = 0; format < 3; ++format) {
-        double level_time[4];
         for (int level = 0; level <= 3; ++level) {
-          level_time[level] = time_of(std::string("demosaic/") + level_names[level] + "/" +
-                                      format_names[format] + suffix);
-        }
-        bool in_order = true;
-        for (int level = 1; level <= best_level(); ++level) {
-          in_order = in_order && level_time[level] < level_time[level - 1];
-        }
-        ordered += in_order ? " yes" : " no";
-        if (format == 1) {
-          best = level_time[best_level()];
-          scalar = level_time[0];
+          times[format][level] = time_of(library_run(level, format, size));
         }
       }
-      std::printf("%-10s %9.3f %9.3f %9.3f %9.3f %11.2f %10.2f %11.2f %13.2f %s\n",
-                  size_name(size).c_str(), opencv, fill, memset, best, opencv / best, best / fill,
-                  best / memset, opencv / scalar, ordered.c_str());
+      double const opencv = time_of("opencv/bgr_interleaved/" + size_name(size));
+      double const fill = time_of("fill/" + size_name(size));
+      int const best = fastest(times[bgr_interleaved]);
+      double const best_time = times[bgr_interleaved][best];
+      bool levels_ordered = true;
+      bool formats_close = true;
+      for (int format = 0; format < 3; ++format) {
+        for (int level = 1; level <= 3; ++level) {
+          if (level_usable(level)) {
+            levels_ordered = levels_ordered &&
+                             times[format][level] <= times[format][level - 1] * level_tolerance;
+          }
+        }
+        double const format_best = times[format][fastest(times[format])];
+        formats_close = formats_close && format_best <= best_time * format_tolerance;
+      }
+      std::printf(
+          "%-10s %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %-7s %8.2f %8.2f | %-6s %-6s %-7s "
+          "%-7s %-7s\n",
+          size_name(size).c_str(), opencv, fill, times[bgr_interleaved][0],
+          times[bgr_interleaved][1], times[bgr_interleaved][2], times[bgr_interleaved][3],
+          best_time, level_names[best], opencv / best_time, best_time / fill,
+          yes_no(opencv / best_time >= size.opencv_factor),
+          yes_no(best_time / fill <= size.fill_ceiling), yes_no(levels_ordered),
+          yes_no(times[bgr_interleaved][0] <= opencv), yes_no(formats_close));
     }
-    std::printf("(times in ms per frame)\n");
     for (auto const& [name, rate] : items_per_second_) {
       if (name.rfind("threads/", 0) == 0) {
         std::printf("%s: %.2f Gpixel/s aggregate\n", name.c_str(), rate / 1e9);
@@ -308,42 +327,55 @@ class Summary_reporter : public benchmark::ConsoleReporter {
   }
 
  private:
-  // Milliseconds per iteration, or NaN where the run was skipped/filtered.
-  double time_of(std::string const& prefix) const {
-    for (auto const& [name, seconds] : seconds_) {
-      if (name.rfind(prefix, 0) == 0) {
-        return seconds;
+  // Milliseconds per iteration, or NaN where the run was skipped or
+  // filtered out.
+  double time_of(std::string const& name) const {
+    auto const found = seconds_.find(name + "/real_time");
+    return found != seconds_.end() ? found->second : std::numeric_limits<double>::quiet_NaN();
+  }
+
+  // The fastest usable level among one format's times.
+  static int fastest(double const (&times)[4]) {
+    int best = 0;
+    for (int level = 1; level <= 3; ++level) {
+      if (level_usable(level) && !(times[level] >= times[best])) {
+        best = level;
       }
     }
-    return std::numeric_limits<double>::quiet_NaN();
+    return best;
   }
 
   std::map<std::string, double> seconds_;
   std::map<std::string, double> items_per_second_;
 };
 
-// --threads=1,2,4 (taken out of argv before the benchmark library sees it).
-std::vector<int> take_thread_counts(int& argc, char** argv) {
-  std::vector<int> counts{1, 2};
+// Takes --flag=value options of this program out of argv before the
+// benchmark library sees them.
+bool take_option(int& argc, char** argv, char const* prefix, std::string& value) {
+  std::size_t const length = std::strlen(prefix);
   for (int i = 1; i < argc; ++i) {
-    if (std::strncmp(argv[i], "--threads=", 10) != 0) {
-      continue;
-    }
-    counts.clear();
-    for (char const* cursor = argv[i] + 10; *cursor != '\0';) {
-      char* end = nullptr;
-      long const count = std::strtol(cursor, &end, 10);
-      if (end == cursor || count < 1) {
-        break;
+    if (std::strncmp(argv[i], prefix, length) == 0) {
+      value = argv[i] + length;
+      for (int j = i; j + 1 < argc; ++j) {
+        argv[j] = argv[j + 1];
       }
-      counts.push_back(static_cast<int>(count));
-      cursor = *end == ',' ? end + 1 : end;
+      --argc;
+      return true;
     }
-    for (int j = i; j + 1 < argc; ++j) {
-      argv[j] = argv[j + 1];
+  }
+  return false;
+}
+
+std::vector<int> thread_counts(std::string const& list) {
+  std::vector<int> counts;
+  for (char const* cursor = list.c_str(); *cursor != '\0';) {
+    char* end = nullptr;
+    long const count = std::strtol(cursor, &end, 10);
+    if (end == cursor || count < 1) {
+      break;
     }
-    --argc;
-    --i;
+    counts.push_back(static_cast<int>(count));
+    cursor = *end == ',' ? end + 1 : end;
   }
   return counts;
 }
@@ -351,13 +383,16 @@ std::vector<int> take_thread_counts(int& argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<int> const thread_counts = take_thread_counts(argc, argv);
+  std::string threads = "1,2";
+  take_option(argc, argv, "--threads=", threads);
+  std::string unused;
+  bool const plans = take_option(argc, argv, "--plans", unused);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return 1;
   }
   qn_demosaic_module_initialize();
-  register_benchmarks(thread_counts);
+  register_benchmarks(thread_counts(threads), plans);
   Summary_reporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   reporter.print_summary();
