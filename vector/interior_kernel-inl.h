@@ -390,7 +390,11 @@ HWY_INLINE V shifted_in(V low, V high) {
       0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21,
       22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43,
       44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 63};
-  auto const index = hn::LoadU(di, from + Shift + (Shift < 0 ? lanes : 0));
+  // The offset is formed before it touches the pointer: from - 1 would
+  // already be out of the table.
+  constexpr std::size_t offset =
+      Shift < 0 ? lanes - static_cast<std::size_t>(-Shift) : static_cast<std::size_t>(Shift);
+  auto const index = hn::LoadU(di, from + offset);
   if constexpr (lanes == 32) {
     return V{_mm512_permutex2var_epi16(low.raw, index.raw, high.raw)};
   } else {
