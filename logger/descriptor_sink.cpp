@@ -62,8 +62,11 @@ bool exists(std::string const& path) {
 void stop_other_writers() noexcept {
   exiting_thread = spdlog::details::os::thread_id();
   exit_began = true;
-  // A write takes microseconds; one stuck on a full pipe is not waited for.
-  for (int round = 0; round < 100 && writes_in_progress != 0; ++round) {
+  // A write takes microseconds, but a writer preempted inside one on a busy
+  // machine may not run again for milliseconds, and exit would cut its record
+  // where it crosses a page. Only one stuck on a full pipe is given up on.
+  auto const give_up = std::chrono::steady_clock::now() + std::chrono::milliseconds(250);
+  while (writes_in_progress != 0 && std::chrono::steady_clock::now() < give_up) {
     std::this_thread::sleep_for(std::chrono::microseconds(50));
   }
 }

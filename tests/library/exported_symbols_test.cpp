@@ -9,11 +9,9 @@ namespace {
 
 std::string run(std::string const& command) {
   std::string output;
-  if (FILE* pipe = popen(command.c_str(), "r")) {
-    char buffer[512];
-    while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) output += buffer;
-    pclose(pipe);
-  }
+  FILE* const pipe = popen(command.c_str(), "r");
+  for (int c = 0; pipe != nullptr && (c = std::fgetc(pipe)) != EOF;) output += static_cast<char>(c);
+  if (pipe != nullptr) pclose(pipe);
   return output;
 }
 

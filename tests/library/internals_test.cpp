@@ -1,13 +1,11 @@
 // The library's internal pieces on their own: the choice of level from
-// processor words, the loader, the holder, the logger client and the timer.
+// processor words, the loader, the holder and the logger client.
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "diagnostics/oqa_log_object.h"
-#include "diagnostics/oqa_timer.h"
 #include "library_test_support.h"
 #include "modules/instruction_set_level.h"
 #include "modules/shared_library_loader.h"
@@ -27,10 +25,8 @@ constexpr Cpuid_words everything{13, all_ecx, all_edx, all_ebx};
 constexpr Module_usability all{true, true, true};
 
 TEST(InstructionSetLevel, HighestLevelOfTheProcessorWithAUsableModule) {
-  constexpr auto scalar = instruction_set_scalar;
-  constexpr auto sse = instruction_set_sse;
-  constexpr auto avx2 = instruction_set_avx2;
-  constexpr auto avx512 = instruction_set_avx512;
+  constexpr auto scalar = instruction_set_scalar, sse = instruction_set_sse,
+                 avx2 = instruction_set_avx2, avx512 = instruction_set_avx512;
   struct Choice {
     char const* name;
     Cpuid_words words;
@@ -105,14 +101,6 @@ TEST(LogObject, PassesMessagesOfAnyLengthWholeAndUnchanged) {
   ASSERT_EQ(records.size(), 2U);
   EXPECT_EQ(records[0].message, long_text + "|5");
   EXPECT_EQ(records[1].message, "");
-}
-
-TEST(Timer, ReportsWholeMicrosecondsTruncatedTowardZero) {
-  constexpr std::pair<std::int64_t, double> cases[] = {
-      {999, 0.0}, {1999, 1.0}, {1234567, 1234.0}, {-1999, -1.0}};
-  for (auto const& [nanoseconds, microseconds] : cases) {
-    EXPECT_EQ(OQATimer::whole_microseconds(nanoseconds), microseconds) << nanoseconds;
-  }
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -84,40 +83,6 @@ TEST_F(Companions_complete, InitialiseAndTerminateAreReferenceCounted) {
   EXPECT_EQ(qn_demosaic_module_terminate(), 0);
 }
 
-// What each companion's initialise returns (index 1 SSE, 2 AVX2, 3 AVX-512):
-// one that declines is never called, but still terminated, once.
-class Declining : public Companions_complete,
-                  public ::testing::WithParamInterface<std::array<int, 4>> {};
-
-TEST_P(Declining, DefaultEntryRunsTheHighestAcceptingLevel) {
-  std::array<bool, 4> usable{};
-  for (int level = 1; level <= 3; ++level) {
-    state().companions[level].initialize_result = GetParam()[level];
-    usable[level] = GetParam()[level] == 0;
-  }
-  qn_demosaic_module_initialize();
-  expect_levels(usable);
-  qn_demosaic_module_terminate();
-  for (int level = 1; level <= 3; ++level) {
-    EXPECT_EQ(companion(level).initialized, 1);
-    EXPECT_EQ(companion(level).terminated, 1);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Companions_complete, Declining,
-                         ::testing::Values(std::array{0, 0, 0, 0}, std::array{0, 0, 0, 1},
-                                           std::array{0, 0, -7, 1}, std::array{0, 1, 1, 1}));
-
-TEST_F(Companions_complete, TimingRecordIsWrittenWhenTheCompanionThrows) {
-  qn_demosaic_module_initialize();
-  state().records.clear();
-  state().companions[2].transform_throws = true;
-  EXPECT_THROW(transform(mosaic, 37, 23, 0, 1, 2), std::runtime_error);
-  ASSERT_EQ(state().records.size(), 1U);
-  EXPECT_EQ(state().records[0].priority, 7);
-  qn_demosaic_module_terminate();
-}
-
 TEST_F(Companions_complete, UnopenedLogIsStillFreedAndTransformsRun) {
   state().logger_open_fails = true;
   qn_demosaic_module_initialize();
@@ -128,28 +93,45 @@ TEST_F(Companions_complete, UnopenedLogIsStillFreedAndTransformsRun) {
   EXPECT_EQ(state().events.back(), "free OSTREVAN_OQA_DEMOSAIC []");
 }
 
-// AVX2 lacks its initialise entry, AVX-512 its terminate entry: neither is
-// initialised, called or terminated.
-class Companions_broken : public Companions_complete {};
+// A set of companions (index 1 SSE, 2 AVX2, 3 AVX-512): whether each has
+// every entry, and what its initialise returns.
+struct Companion_set {
+  std::array<bool, 4> complete;
+  std::array<int, 4> initialize_results;
+};
 
-TEST_F(Companions_broken, IncompleteCompanionsAreNeverCalled) {
-  qn_demosaic_module_initialize();
-  expect_levels({false, true, false, false});
-  qn_demosaic_module_terminate();
-  EXPECT_EQ(companion(1).terminated, 1);
-  EXPECT_EQ(companion(3).initialized, 0);
-  EXPECT_EQ(companion(2).terminated, 0);
-}
+class Companion_sets : public Companions_complete,
+                       public ::testing::WithParamInterface<Companion_set> {};
 
-// No companion and no logger anywhere.
-class Companions_none : public Companions_complete {};
-
-TEST_F(Companions_none, EveryLevelRunsTheScalarCode) {
+// A companion that declines is never called, but still terminated, once; one
+// that lacks an entry is neither initialised, called nor terminated.
+TEST_P(Companion_sets, EveryLevelRunsItsCompanionWhenUsableAndTheScalarCodeOtherwise) {
+  std::array<bool, 4> usable{};
+  for (int level = 1; level <= 3; ++level) {
+    state().companions[level].initialize_result = GetParam().initialize_results[level];
+    usable[level] = GetParam().complete[level] && GetParam().initialize_results[level] == 0;
+  }
   EXPECT_EQ(qn_demosaic_module_initialize(), 0);
-  expect_levels({false, false, false, false});
+  expect_levels(usable);
   EXPECT_TRUE(transform(mosaic, 1, 23, 0, 1, 0).empty());
   EXPECT_EQ(qn_demosaic_module_terminate(), 0);
-  EXPECT_TRUE(state().events.empty()) << "a logger was opened";
+  for (int level = 1; level <= 3; ++level) {
+    int const calls = GetParam().complete[level] ? 1 : 0;
+    EXPECT_EQ(companion(level).initialized, calls) << "companion " << level;
+    EXPECT_EQ(companion(level).terminated, calls) << "companion " << level;
+  }
 }
+
+constexpr std::array<bool, 4> every{false, true, true, true};
+INSTANTIATE_TEST_SUITE_P(Companions_complete, Companion_sets,
+                         ::testing::Values(Companion_set{every, {0, 0, 0, 0}},
+                                           Companion_set{every, {0, 0, 0, 1}},
+                                           Companion_set{every, {0, 0, -7, 1}},
+                                           Companion_set{every, {0, 1, 1, 1}}));
+// AVX2 lacks its initialise entry, AVX-512 its terminate entry.
+INSTANTIATE_TEST_SUITE_P(Companions_broken, Companion_sets,
+                         ::testing::Values(Companion_set{{false, true, false, false}, {}}));
+// No companion and no logger anywhere.
+INSTANTIATE_TEST_SUITE_P(Companions_none, Companion_sets, ::testing::Values(Companion_set{}));
 
 }  // namespace

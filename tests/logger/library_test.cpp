@@ -1,255 +1,173 @@
 // The logger library through its C entries: records, levels, several logs,
-// configurations that must not be trusted, and rotation.
+// configurations that must not be trusted, rotation, and many writers.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <regex>
+#include <set>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "ostrevan_oqa_logger.h"
-#include "support/json_line.h"
-#include "support/record_patterns.h"
-#include "support/scratch.h"
+#include "support/logger_test.h"
 
 namespace {
 
 using namespace oqa_logger_test;
+using namespace std::string_literals;
 
 constexpr char const* config_name = "ostrevan_oqa_logger.cfg";
 
-long this_thread_id() { return syscall(SYS_gettid); }
-
-// Each test names its configuration explicitly, so that files on the test
-// machine (working directory, XDG, /etc) play no part unless a test wants
-// them to.
 class Logger_library : public testing::Test {
  protected:
-  std::string use_config(std::string const& text, std::string const& name = "logger.cfg") {
-    std::string path = scratch_ / name;
-    write_file(path, text);
-    explicit_config_.reset();
-    explicit_config_.emplace("OSTREVAN_OQA_LOGGER_CONFIG", path.c_str());
-    return path;
-  }
-
-  Scratch_directory scratch_;
-  std::optional<Scoped_environment> explicit_config_;
+  Scratch_directory const scratch_;
 };
 
-TEST_F(Logger_library, TextRecordCarriesEveryField) {
-  use_config("output = out.log\nlevel = 7\n");
-  void* const log = oqa_get_log("MODULE", "camera0", config_name);
-  ASSERT_NE(log, nullptr);
-  EXPECT_EQ(oqa_log(log, 7, "src/f.cpp", 12, "run_frame", "it broke: 5%"), 0);
-  // In the file at once, whatever the priority.
-  std::vector<std::string> const lines = read_lines(scratch_ / "out.log");
-  oqa_free_log("MODULE", "camera0");
-  ASSERT_EQ(lines.size(), 1U);
-  EXPECT_TRUE(is_local_time(lines[0].substr(0, 32))) << lines[0];
-  EXPECT_EQ(lines[0].substr(32), " [7 debug] MODULE/camera0 pid=" + std::to_string(getpid()) +
-                                     " tid=" + std::to_string(this_thread_id()) +
-                                     " src/f.cpp:12 run_frame: it broke: 5%");
-}
+// Every field, escaped, on one line that is in the file at once, for a
+// record larger than any buffer on the way; a forked child's records carry
+// its own process id.
+class Record_fields : public Logger_library, public testing::WithParamInterface<std::string> {};
 
-TEST_F(Logger_library, JsonRecordCarriesEveryFieldSeparately) {
-  use_config("output = out.json\nlevel = 7\nformat = json\n");
-  void* const log = oqa_get_log("MODULE", "", config_name);
-  ASSERT_NE(log, nullptr);
-  std::string const message = "line one\nline \"two\"" + std::string(20000, 'x');
-  EXPECT_EQ(oqa_log(log, 7, "f.cpp", -3, "fn", message.c_str()), 0);
-  oqa_free_log("MODULE", "");
-
-  std::vector<std::string> const lines = read_lines(scratch_ / "out.json");
-  ASSERT_EQ(lines.size(), 1U);
-  std::optional<Json_object> record = parse_json_line(lines[0]);
-  ASSERT_TRUE(record.has_value()) << lines[0];
-  EXPECT_TRUE(is_local_time(json_string(*record, "time"))) << lines[0];
-  record->erase("time");
-  EXPECT_EQ(*record, (Json_object{{"priority", 7LL},
-                                  {"priority_name", "debug"},
-                                  {"module", "MODULE"},
-                                  {"instance", ""},
-                                  {"pid", static_cast<long long>(getpid())},
-                                  {"tid", static_cast<long long>(this_thread_id())},
-                                  {"file", "f.cpp"},
-                                  {"line", -3LL},
-                                  {"function", "fn"},
-                                  {"message", message}}));
-}
-
-TEST_F(Logger_library, ForkedChildRecordsCarryTheChildsProcessId) {
-  use_config("output = out.log\nlevel = 7\nformat = json\n");
-  void* const log = oqa_get_log("M", "", config_name);
-  ASSERT_NE(log, nullptr);
-  ASSERT_EQ(oqa_log(log, 3, "f", 1, "fn", "parent"), 0);
+TEST_P(Record_fields, AreAllThereInParentAndForkedChild) {
+  bool const json = GetParam() == "json";
+  use_config(scratch_, "output = out.log\nlevel = 7\nformat = " + GetParam() + "\n");
+  void* const log = oqa_get_log("MODULE\t1", "cam\"0", config_name);
+  std::string const padding(20000, 'x');
+  std::string const message = "5% {}\n\"" + padding;  // not a format string
+  EXPECT_EQ(oqa_log(log, 7, "src/f.cpp", -3, "run", message.c_str()), 0);
   pid_t const child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    oqa_log(log, 3, "f", 2, "fn", "child");
-    _exit(0);
-  }
-  int status = 0;
+  if (child == 0) _exit(oqa_log(log, 7, "src/f.cpp", -3, "run", message.c_str()));
+  int status = -1;
   ASSERT_EQ(waitpid(child, &status, 0), child);
-  oqa_free_log("M", "");
-  std::vector<std::string> const lines = read_lines(scratch_ / "out.log");
+  EXPECT_EQ(status, 0);
+  std::vector<std::string> lines = read_lines(scratch_ / "out.log");
+  oqa_free_log("MODULE\t1", "cam\"0");
+
   ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(json_integer(parse_json_line(lines[0]).value(), "pid"), getpid());
-  EXPECT_EQ(json_integer(parse_json_line(lines[1]).value(), "pid"), child);
+  std::string const pid = std::to_string(getpid());
+  std::string const tid = std::to_string(syscall(SYS_gettid));
+  lines[0].replace(json ? 9 : 0, 32, "T");  // the time, checked with the other records
+  EXPECT_EQ(lines[0],
+            json ? R"({"time":"T","priority":7,"priority_name":"debug","module":"MODULE\t1",)"
+                   R"("instance":"cam\"0","pid":)" +
+                       pid + ",\"tid\":" + tid +
+                       R"(,"file":"src/f.cpp","line":-3,"function":"run","message":"5% {}\n\")" +
+                       padding + "\"}"
+                 : "T [7 debug] MODULE\\t1/cam\"0 pid=" + pid + " tid=" + tid +
+                       " src/f.cpp:-3 run: 5% {}\\n\"" + padding);
+  std::string const child_pid = std::to_string(child);
+  EXPECT_NE(lines[1].find(json ? "\"pid\":" + child_pid + "," : " pid=" + child_pid + " "),
+            std::string::npos);
 }
+INSTANTIATE_TEST_SUITE_P(Formats, Record_fields, testing::Values("text", "json"));
 
-class Levels : public Logger_library, public testing::WithParamInterface<int> {};
-TEST_P(Levels, KeepPrioritiesUpToTheLevelAndAcceptTheRest) {
-  int const level = GetParam();
-  use_config("output = out.log\nlevel = " + std::to_string(level) + "\n");
-  void* const log = oqa_get_log("M", "", config_name);
-  ASSERT_NE(log, nullptr);
-  for (int priority = 0; priority <= 7; ++priority) {
-    EXPECT_EQ(oqa_log(log, priority, "f", priority, "fn", "m"), 0);
-  }
-  oqa_free_log("M", "");
-  std::vector<std::string> const lines = read_lines(scratch_ / "out.log");
-  ASSERT_EQ(lines.size(), static_cast<std::size_t>(level + 1));
-  for (int priority = 0; priority <= level; ++priority) {
-    EXPECT_NE(lines[priority].find("[" + std::to_string(priority) + " "), std::string::npos);
-  }
-}
-INSTANTIATE_TEST_SUITE_P(AllLevels, Levels, testing::Range(0, 8));
-
-TEST_F(Logger_library, RejectsBadRecordsWithoutWritingOrCrashing) {
-  use_config("output = out.log\nlevel = 7\n");
+// Priorities up to the level are kept and the rest accepted; bad arguments
+// are refused, or read as empty strings; frees balance opens by name, and
+// one too many does nothing.
+TEST_F(Logger_library, EntriesKeepTheLevelRefuseBadArgumentsAndBalanceByName) {
+  use_config(scratch_, "output = out.log\nlevel = 3\n");
   EXPECT_NE(oqa_log(nullptr, 2, "f", 1, "fn", "m"), 0);
-  void* const log = oqa_get_log("M", "", config_name);
-  ASSERT_NE(log, nullptr);
+  oqa_free_log("NEVER", "OPENED");
+  void* const log = oqa_get_log(nullptr, nullptr, nullptr);
+  EXPECT_EQ(oqa_get_log("", "", config_name), log);
   EXPECT_NE(oqa_log(log, -1, "f", 1, "fn", "m"), 0);
   EXPECT_NE(oqa_log(log, 8, "f", 1, "fn", "m"), 0);
-  EXPECT_EQ(oqa_log(log, 3, nullptr, 1, nullptr, nullptr), 0);
-  oqa_free_log("M", "");
-  std::vector<std::string> const lines = read_lines(scratch_ / "out.log");
-  ASSERT_EQ(lines.size(), 1U);
-  EXPECT_TRUE(std::regex_match(lines[0], text_record)) << lines[0];
-}
-
-TEST_F(Logger_library, OpensAndFreesBalanceByNameAndNullCountsAsEmpty) {
-  use_config("output = out.log\nlevel = 7\n");
-  oqa_free_log("NEVER", "OPENED");
-  void* const first = oqa_get_log(nullptr, nullptr, nullptr);
-  ASSERT_NE(first, nullptr);
-  EXPECT_EQ(oqa_get_log("", "", config_name), first);
   oqa_free_log(nullptr, nullptr);
-  EXPECT_EQ(oqa_log(first, 3, "f", 1, "fn", "still open"), 0);
+  for (int priority = 0; priority <= 7; ++priority) {
+    EXPECT_EQ(oqa_log(log, priority, nullptr, priority, nullptr, nullptr), 0);
+  }
   oqa_free_log("", "");
   oqa_free_log("", "");
-  EXPECT_EQ(read_lines(scratch_ / "out.log").size(), 1U);
+  std::string kept;
+  for (std::string const& line : read_lines(scratch_ / "out.log")) {
+    std::smatch fields;
+    bool const whole = std::regex_match(
+        line, fields, std::regex(time_pattern + R"( \[(\d) [a-z]+\]  pid=\d+ tid=\d+ :(\d) : )"));
+    kept += whole && fields[1] == fields[2] ? fields[1].str() : "?";
+  }
+  EXPECT_EQ(kept, "0123");
 }
 
-TEST_F(Logger_library, SeveralLogsWriteToTheirOwnOutputs) {
-  use_config("output = a.log\nlevel = 7\n", "a.cfg");
+// Each log writes to its own output; logs naming one file share it in the
+// format of the first (a log asking for the other one is told so), and
+// freeing one leaves the others writing.
+TEST_F(Logger_library, LogsWriteToTheirOutputsAndShareFilesInTheFirstFormat) {
+  use_config(scratch_, "output = a.log\nlevel = 7\n", "a.cfg");
   void* const a = oqa_get_log("A", "", config_name);
-  use_config("output = b.log\nlevel = 7\nformat = json\n", "b.cfg");
+  use_config(scratch_, "output = b.log\nlevel = 7\nformat = json\n", "b.cfg");
   void* const b = oqa_get_log("B", "", config_name);
   void* const a_other = oqa_get_log("A", "other", config_name);
-  ASSERT_NE(a, nullptr);
-  ASSERT_NE(b, nullptr);
-  ASSERT_NE(a_other, a);
-  EXPECT_EQ(oqa_log(a, 6, "f", 1, "fn", "to a"), 0);
-  EXPECT_EQ(oqa_log(b, 6, "f", 1, "fn", "to b"), 0);
-  EXPECT_EQ(oqa_log(a_other, 6, "f", 1, "fn", "to b too"), 0);
-  oqa_free_log("B", "");
+  std::string const c_config = use_config(scratch_, "output = b.log\nlevel = 7\n", "c.cfg");
+  void* const c = oqa_get_log("C", "", config_name);
+  use_config(scratch_, "output = syslog\nlevel = 7\n", "syslog.cfg");
+  void* const syslog = oqa_get_log("S", "", config_name);
+  for (void* const log : {a, b, a_other, c, syslog}) {
+    EXPECT_EQ(oqa_log(log, 6, "f", 1, "fn", "logger library test record"), 0);
+  }
+  for (char const* module : {"A", "B", "S"}) oqa_free_log(module, "");
+  EXPECT_EQ(oqa_log(a_other, 6, "f", 2, "fn", "after B"), 0);
   oqa_free_log("A", "other");
-  EXPECT_EQ(oqa_log(a, 6, "f", 1, "fn", "a again"), 0);
-  oqa_free_log("A", "");
+  oqa_free_log("C", "");
 
-  std::vector<std::string> const a_lines = read_lines(scratch_ / "a.log");
-  ASSERT_EQ(a_lines.size(), 2U);
-  EXPECT_NE(a_lines[1].find("] A pid="), std::string::npos) << a_lines[1];
-  std::vector<std::string> const b_lines = read_lines(scratch_ / "b.log");
-  ASSERT_EQ(b_lines.size(), 2U);
-  EXPECT_EQ(json_string(parse_json_line(b_lines[0]).value(), "module"), "B");
-  auto const shared = parse_json_line(b_lines[1]).value();
-  EXPECT_EQ(json_string(shared, "module"), "A");
-  EXPECT_EQ(json_string(shared, "instance"), "other");
+  EXPECT_TRUE(std::regex_match(read_file(scratch_ / "a.log"),
+                               std::regex(time_pattern + R"( \[6 info\] A pid=.*\n)")));
+  std::string records;
+  std::regex const record(R"re(^\{"time".*"module":"(\w*)","instance":"(\w*)",.*)re"
+                          R"re("file":"([^"]*)","line":(\d+),.*"message":"(\w+))re");
+  for (std::string const& line : read_lines(scratch_ / "b.log")) {
+    std::smatch fields;
+    records += std::regex_search(line, fields, record) ? fields.format("$1/$2 $3:$4 $5\n") : "?\n";
+  }
+  EXPECT_EQ(records, "C/ " + c_config + ":1 output\nB/ f:1 logger\nA/other f:1 logger\n" +
+                         "C/ f:1 logger\nA/other f:2 after\n");
 }
 
-TEST_F(Logger_library, LogsSharingAFileKeepItsFormatAndSayWhy) {
-  use_config("output = shared.log\nlevel = 7\n", "a.cfg");
-  void* const a = oqa_get_log("A", "", config_name);
-  std::string const b_config = use_config("output = shared.log\nformat = json\n", "b.cfg");
-  void* const b = oqa_get_log("B", "", config_name);
-  ASSERT_NE(b, nullptr);
-  EXPECT_EQ(oqa_log(b, 3, "f", 1, "fn", "from b"), 0);
-  oqa_free_log("B", "");
-  oqa_free_log("A", "");
-  (void)a;
-  std::vector<std::string> const lines = read_lines(scratch_ / "shared.log");
-  ASSERT_EQ(lines.size(), 2U);
-  for (std::string const& line : lines) EXPECT_TRUE(std::regex_match(line, text_record)) << line;
-  EXPECT_NE(lines[0].find(b_config + ":1 oqa_get_log: output already open"), std::string::npos)
-      << lines[0];
-}
-
-TEST_F(Logger_library, SyslogOutputAcceptsRecords) {
-  use_config("output = syslog\nlevel = 7\n");
-  void* const log = oqa_get_log("M", "", config_name);
-  ASSERT_NE(log, nullptr);
-  EXPECT_EQ(oqa_log(log, 7, "f", 1, "fn", "logger library test record"), 0);
-  oqa_free_log("M", "");
-}
-
-// Configurations that must not be trusted. Each opens the log on stderr, the
-// default output, with at most one warning naming the configuration file and
-// line, and leaves the file system as it was.
-enum class Config_at { environment, working_folder };
+// Configurations that must not be trusted. Each leaves the log on stderr,
+// the default output, with one warning naming the configuration file and
+// line, and changes nothing in the file system.
 struct Trust_case {
-  Config_at at;
-  std::string config;
-  void (*prepare)(Scratch_directory const& scratch);  // after the configuration is written
-  std::string warning;    // after "<configuration file>:"; empty for none
-  char const* untouched;  // under the scratch folder: keeps its content, or stays absent
+  std::string config;     // written as logger.cfg unless empty
+  char const* link_to;    // made the target of a symbolic link link.log, unless null
+  char const* fifo;       // made a FIFO, unless null
+  int line;               // of the warning
+  std::string warning;    // after "oqa_get_log: "
+  char const* untouched;  // keeps its content, or stays absent
 };
 class Untrusted_configs : public Logger_library, public testing::WithParamInterface<Trust_case> {};
 
 TEST_P(Untrusted_configs, WarnOnStderrAndChangeNothing) {
   Trust_case const& trust = GetParam();
-  std::string config = scratch_ / "logger.cfg";
-  std::optional<Scoped_working_directory> working_folder;
-  Scoped_environment const xdg("XDG_CONFIG_HOME", (scratch_ / "xdg").c_str());
-  Scoped_environment const home("HOME", (scratch_ / "home").c_str());
-  if (trust.at == Config_at::environment) {
-    use_config(trust.config);
-  } else {
-    config = scratch_ / "work/ostrevan_oqa_logger.cfg";
-    write_file(config, trust.config);
-    explicit_config_.emplace("OSTREVAN_OQA_LOGGER_CONFIG", nullptr);
-    working_folder.emplace(scratch_.path() / "work");
-  }
+  std::string const config = use_config(scratch_, trust.config);
+  if (trust.config.empty()) std::filesystem::remove(config);
   write_file(scratch_ / "victim", "precious\n");
-  if (trust.prepare != nullptr) trust.prepare(scratch_);
+  if (trust.link_to != nullptr) {
+    std::filesystem::create_symlink(scratch_ / trust.link_to, scratch_ / "link.log");
+  }
+  if (trust.fifo != nullptr) mkfifo((scratch_ / trust.fifo).c_str(), 0600);
   std::string const untouched = scratch_ / trust.untouched;
   bool const existed = std::filesystem::exists(untouched);
 
-  Captured_stderr captured(scratch_ / "stderr.txt");
+  testing::internal::CaptureStderr();
   void* const log = oqa_get_log("M", "", config_name);
-  ASSERT_NE(log, nullptr);
   EXPECT_EQ(oqa_log(log, 3, "f.cpp", 9, "fn", "still here"), 0);
   oqa_free_log("M", "");
-  std::vector<std::string> const lines = captured.finish();
-  ASSERT_EQ(lines.size(), trust.warning.empty() ? 1U : 2U) << testing::PrintToString(lines);
-  if (!trust.warning.empty()) {
-    EXPECT_NE(lines[0].find("[4 warning] M pid="), std::string::npos) << lines[0];
-    EXPECT_NE(lines[0].find(config + ":" + trust.warning), std::string::npos) << lines[0];
-  }
-  EXPECT_NE(lines.back().find("f.cpp:9 fn: still here"), std::string::npos) << lines.back();
-  if (existed) {
-    EXPECT_EQ(read_file(untouched), "precious\n");
-  } else {
-    EXPECT_FALSE(std::filesystem::exists(untouched));
-  }
+  std::vector<std::string> const lines = split_lines(testing::internal::GetCapturedStderr());
+  ASSERT_EQ(lines.size(), 2U) << testing::PrintToString(lines);
+  EXPECT_NE(lines[0].find("[4 warning] M pid="), std::string::npos) << lines[0];
+  EXPECT_NE(
+      lines[0].find(config + ":" + std::to_string(trust.line) + " oqa_get_log: " + trust.warning),
+      std::string::npos)
+      << lines[0];
+  EXPECT_TRUE(lines[1].ends_with("f.cpp:9 fn: still here")) << lines[1];
+  EXPECT_EQ(std::filesystem::exists(untouched), existed);
+  EXPECT_EQ(read_file(untouched), existed ? "precious\n" : "");
 }
 
 std::string const hostile = "\"; touch pwned; \x1b[2J\"" + std::string(80, 'A');
@@ -257,77 +175,51 @@ std::string const hostile = "\"; touch pwned; \x1b[2J\"" + std::string(80, 'A');
 INSTANTIATE_TEST_SUITE_P(
     Cases, Untrusted_configs,
     testing::Values(
-        // A folder of downloaded files cannot configure the log.
-        Trust_case{Config_at::working_folder, "output = victim.log\nlevel = 7\n", nullptr, "",
-                   "work/victim.log"},
-        Trust_case{Config_at::environment, "output = link.log\n",
-                   [](Scratch_directory const& s) {
-                     std::filesystem::create_symlink(s / "victim", s / "link.log");
-                   },
-                   "1 oqa_get_log: cannot open output: it is a symbolic link; writing to stderr",
-                   "victim"},
-        Trust_case{Config_at::environment, "output = link.log\n",
-                   [](Scratch_directory const& s) {
-                     std::filesystem::create_symlink(s / "absent", s / "link.log");
-                   },
-                   "1 oqa_get_log: cannot open output: it is a symbolic link", "absent"},
-        Trust_case{Config_at::environment, "\noutput = missing/sub/out.log\n", nullptr,
-                   "2 oqa_get_log: cannot open output: its folder does not exist", "missing"},
+        // Outputs that are no regular file, or whose folder is missing.
+        Trust_case{"output = link.log\n", "victim", nullptr, 1,
+                   "cannot open output: it is a symbolic link; writing to stderr", "victim"},
+        Trust_case{"output = link.log\n", "absent", nullptr, 1,
+                   "cannot open output: it is a symbolic link", "absent"},
+        Trust_case{"\noutput = missing/sub/out.log\n", nullptr, nullptr, 2,
+                   "cannot open output: its folder does not exist", "missing"},
         // Opening a FIFO without a reader would wait for ever.
-        Trust_case{Config_at::environment, "output = fifo.log\n",
-                   [](Scratch_directory const& s) { mkfifo((s / "fifo.log").c_str(), 0600); },
-                   "1 oqa_get_log: cannot open output: it is not a regular file", "victim"},
-        Trust_case{Config_at::environment, "level = " + hostile + "\n", nullptr,
-                   "1 oqa_get_log: bad value \"\\\"; touch pwned; \\x1b[2J\\\"" +
-                       std::string(43, 'A') + "\"... for level",
+        Trust_case{"output = fifo.log\n", nullptr, "fifo.log", 1,
+                   "cannot open output: it is not a regular file", "victim"},
+        Trust_case{"level = " + hostile + "\n", nullptr, nullptr, 1,
+                   "bad value \"\\\"; touch pwned; \\x1b[2J\\\"" + std::string(43, 'A') +
+                       "\"... for level",
                    "pwned"},
-        Trust_case{Config_at::environment, "",
-                   [](Scratch_directory const& s) { std::filesystem::remove(s / "logger.cfg"); },
-                   "0 oqa_get_log: cannot read configuration file: No such file or directory",
-                   "logger.cfg"},
-        Trust_case{Config_at::environment, "",
-                   [](Scratch_directory const& s) {
-                     std::filesystem::remove(s / "logger.cfg");
-                     mkfifo((s / "logger.cfg").c_str(), 0600);
-                   },
-                   "0 oqa_get_log: cannot read configuration file: not a regular file", "victim"},
-        Trust_case{Config_at::environment, "output = victim\n" + std::string(70000, '#'), nullptr,
-                   "0 oqa_get_log: cannot read configuration file: larger than 64 KiB", "victim"}));
+        Trust_case{"", nullptr, nullptr, 0,
+                   "cannot read configuration file: No such file or directory", "logger.cfg"},
+        Trust_case{"", nullptr, "logger.cfg", 0,
+                   "cannot read configuration file: not a regular file", "victim"},
+        Trust_case{"output = victim\n" + std::string(70000, '#'), nullptr, nullptr, 0,
+                   "cannot read configuration file: larger than 64 KiB", "victim"}));
 
-// A size below the smallest is raised to it (the setting's warning is checked
-// with the settings): records fill 64 KiB files instead of each rotating.
+// A size below the smallest is raised to it: records fill 64 KiB files
+// instead of each rotating, and only the newest files are kept.
 TEST_F(Logger_library, RotationIsBoundedAndKeepsTheNewestFiles) {
   constexpr std::uintmax_t max_size = 64 * 1024;
-  use_config("output = rot.log\nlevel = 7\nmax_size_mb = 0.000001\nmax_files = 2\n");
+  use_config(scratch_, "output = rot.log\nlevel = 7\nmax_size_mb = 0.000001\nmax_files = 2\n");
   void* const log = oqa_get_log("M", "", config_name);
-  ASSERT_NE(log, nullptr);
-  constexpr int records = 2000;  // about 260 KB: the oldest of four files is dropped
-  std::string const padding(50, '.');
+  constexpr int records = 2000;  // about 250 KB: the oldest of four files is dropped
   for (int index = 0; index < records; ++index) {
-    ASSERT_EQ(oqa_log(log, 6, "f", index, "fn", (padding + std::to_string(index)).c_str()), 0);
+    ASSERT_EQ(oqa_log(log, 6, "f", index, "fn", std::string(50, '.').c_str()), 0);
   }
   oqa_free_log("M", "");
 
-  std::vector<std::string> names;
-  for (auto const& entry : std::filesystem::directory_iterator(scratch_.path())) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"logger.cfg", "rot.1.log", "rot.2.log", "rot.log"}));
-  // Newest file first, each read backwards: no gap back from the last record.
+  EXPECT_FALSE(std::filesystem::exists(scratch_ / "rot.3.log"));
+  // Newest file first, each read backwards: no gap back from the last record,
+  // and each file rotated only when the next record would not fit.
   int expected_line = records - 1;
-  std::string newer_first_line;
+  std::size_t newer_first_line = 0;
   for (char const* name : {"rot.log", "rot.1.log", "rot.2.log"}) {
-    std::string const path = scratch_ / name;
-    std::vector<std::string> const lines = read_lines(path);
+    std::vector<std::string> const lines = read_lines(scratch_ / name);
     ASSERT_FALSE(lines.empty()) << name;
-    std::uintmax_t const size = std::filesystem::file_size(path);
+    std::uintmax_t const size = std::filesystem::file_size(scratch_ / name);
     EXPECT_LE(size, max_size) << name;
-    if (!newer_first_line.empty()) {
-      // Rotated only when the next record would not fit.
-      EXPECT_GT(size + newer_first_line.size() + 1, max_size) << name;
-    }
-    newer_first_line = lines.front();
+    EXPECT_TRUE(newer_first_line == 0 || size + newer_first_line + 1 > max_size) << name;
+    newer_first_line = lines.front().size();
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
       std::smatch fields;
       ASSERT_TRUE(std::regex_match(*line, fields, text_record)) << *line;
@@ -335,4 +227,79 @@ TEST_F(Logger_library, RotationIsBoundedAndKeepsTheNewestFiles) {
     }
   }
 }
+
+// Many writers on one log file, threads of one process or processes of their
+// own: every record arrives, once and whole.
+constexpr int writer_count = 4;
+constexpr int records_per_writer = 5000;
+
+// The number of records refused.
+int write_records(void* log, int writer) {
+  // Long records: buffered output would split them between writers.
+  std::string const padding(200, '.');
+  int failures = 0;
+  for (int record = 0; record < records_per_writer; ++record) {
+    std::string const message =
+        "writer " + std::to_string(writer) + " record " + std::to_string(record) + padding;
+    // Mixed priorities, as the demosaic library writes them.
+    failures += oqa_log(log, record % 100 == 0 ? 2 : 7, "worker.cpp", record, "worker",
+                        message.c_str()) != 0;
+  }
+  return failures;
+}
+
+// A whole line as write_records writes it: the record number in the line
+// field, then the writer and the record number in the message.
+std::regex whole_record(bool json) {
+  return std::regex(
+      json ? R"(\{"time":")" + time_pattern +
+                 R"re(","priority":[27],"priority_name":"[a-z]+","module":"M","instance":"",)re"
+                 R"re("pid":\d+,"tid":\d+,"file":"worker\.cpp","line":(\d+),"function":"worker",)re"
+                 R"re("message":"writer (\d) record (\d+)\.{200}"\})re"
+           : time_pattern + R"( \[[27] [a-z]+\] M pid=\d+ tid=\d+ )"
+                            R"(worker\.cpp:(\d+) worker: writer (\d) record (\d+)\.{200})");
+}
+
+class Concurrent_writers : public Logger_library,
+                           public testing::WithParamInterface<std::pair<std::string, bool>> {};
+
+TEST_P(Concurrent_writers, LoseNoRecordAndTearNoLine) {
+  auto const [format, processes] = GetParam();
+  use_config(scratch_, "output = out.log\nlevel = 7\nformat = " + format + "\n");
+  void* const log = processes ? nullptr : oqa_get_log("M", "", config_name);
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  std::vector<pid_t> children;
+  for (int writer = 0; writer < writer_count; ++writer) {
+    if (!processes) {
+      threads.emplace_back([&failures, log, writer] { failures += write_records(log, writer); });
+    } else if (children.emplace_back(fork()) == 0) {
+      // Each process opens the file for itself.
+      _exit(write_records(oqa_get_log("M", "", config_name), writer) == 0 ? 0 : 1);
+    }
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (pid_t const child : children) {
+    int status = -1;
+    failures += waitpid(child, &status, 0) != child || status != 0;
+  }
+  if (log != nullptr) oqa_free_log("M", "");
+  EXPECT_EQ(failures, 0);
+
+  std::vector<std::string> const lines = read_lines(scratch_ / "out.log");
+  std::regex const pattern = whole_record(format == "json");
+  std::set<std::pair<int, int>> seen;
+  for (std::string const& line : lines) {
+    std::smatch fields;
+    ASSERT_TRUE(std::regex_match(line, fields, pattern) && fields[1] == fields[3]) << line;
+    seen.emplace(std::stoi(fields[2]), std::stoi(fields[3]));
+  }
+  EXPECT_EQ(lines.size(), std::size_t{writer_count * records_per_writer});
+  EXPECT_EQ(seen.size(), lines.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, Concurrent_writers,
+                         testing::Values(std::pair("text"s, false), std::pair("json"s, false),
+                                         std::pair("text"s, true), std::pair("json"s, true)));
+
 }  // namespace

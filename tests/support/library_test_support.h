@@ -49,14 +49,8 @@ inline int processor_level() {
 
 // A frame with its expected output from the independent per-pixel model.
 struct Case {
-  int width;
-  int height;
-  int origin_x;
-  int origin_y;
-  int phase;
-  int format;
-  std::vector<std::uint16_t> input;
-  std::vector<std::uint16_t> expected;
+  int width, height, origin_x, origin_y, phase, format;
+  std::vector<std::uint16_t> input, expected;
 
   bool transform_is_exact(int level) const {
     return transform(input, width, height, phase, format, level, origin_x, origin_y) == expected;

@@ -10,14 +10,8 @@
 // One call's arguments, the enumerations as plain ints whatever their value;
 // by default a valid 2x2 call but for its buffers.
 struct Transform_arguments {
-  int width = 2;
-  int height = 2;
-  int origin_x = 0;
-  int origin_y = 0;
-  int phase = 0;
-  int color_format = 0;
-  int color_filter_type = 0;
-  int bit_depth = 16;
+  int width = 2, height = 2, origin_x = 0, origin_y = 0;
+  int phase = 0, color_format = 0, color_filter_type = 0, bit_depth = 16;
   unsigned short const* input_buffer = nullptr;
   unsigned short* output_buffer = nullptr;
 };

@@ -1,84 +1,229 @@
-// Helpers shared by the tool's tests: a scratch folder and sample data.
+// Helpers shared by the tool's tests: a scratch folder, sample data, and
+// small PGM, TIFF and DNG files written here (TIFF and DNG with libtiff),
+// with single tag entries rewritten for the damage a hostile file carries.
 #ifndef OQA_TESTS_TOOL_TOOL_TEST_SUPPORT_H
 #define OQA_TESTS_TOOL_TOOL_TEST_SUPPORT_H
 
+#include <tiffio.h>
+
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <functional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
+
+#include "image_io_error.h"
 
 namespace tool_test {
 
 // A fresh folder, removed with everything in it.
-class Scratch_folder {
- public:
+struct Scratch_folder {
   Scratch_folder() {
     std::string pattern = (std::filesystem::temp_directory_path() / "oqa-tool-XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data());
+    path = ::mkdtemp(pattern.data());
   }
   Scratch_folder(const Scratch_folder&) = delete;
-  Scratch_folder& operator=(const Scratch_folder&) = delete;
   ~Scratch_folder() {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(path, ignored);
   }
-  std::string file(const std::string& name) const { return (path_ / name).string(); }
-  const std::filesystem::path& path() const { return path_; }
-  // Names of everything in the folder, sorted.
-  std::vector<std::string> entries() const { return list(path_); }
-  static std::vector<std::string> list(const std::filesystem::path& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-      names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-
- private:
-  std::filesystem::path path_;
+  std::string file(const std::string& name) const { return (path / name).string(); }
+  std::filesystem::path path;
 };
 
-inline std::vector<std::uint16_t> random_samples(std::size_t count, std::uint32_t seed,
-                                                 std::uint16_t max = 65535) {
-  std::mt19937 generator(seed);
-  std::uniform_int_distribution<int> value(0, max);
-  std::vector<std::uint16_t> samples(count);
-  for (std::uint16_t& sample : samples) {
-    sample = static_cast<std::uint16_t>(value(generator));
+// Names of everything in `folder`, sorted.
+inline std::vector<std::string> entries(const std::filesystem::path& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    names.push_back(entry.path().filename().string());
   }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+inline std::vector<std::uint16_t> random_samples(std::size_t count, std::uint32_t seed) {
+  std::mt19937 generator(seed);
+  std::uniform_int_distribution<int> value(0, 65535);
+  std::vector<std::uint16_t> samples(count);
+  std::generate(samples.begin(), samples.end(), [&] { return value(generator); });
   return samples;
 }
 
-inline void write_bytes(const std::string& path, const std::vector<std::uint8_t>& bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-}
-
-inline std::vector<std::uint8_t> read_bytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+inline void write_file(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
 }
 
 inline std::string text_of(const std::string& path) {
-  const std::vector<std::uint8_t> bytes = read_bytes(path);
-  return {bytes.begin(), bytes.end()};
+  std::ostringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  return bytes.str();
 }
 
 // The samples of a .raw output file: 16-bit little-endian.
 inline std::vector<std::uint16_t> raw_samples_of(const std::string& path) {
-  const std::vector<std::uint8_t> bytes = read_bytes(path);
-  std::vector<std::uint16_t> samples;
-  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-    samples.push_back(static_cast<std::uint16_t>(bytes[i] | bytes[i + 1] << 8));
-  }
+  const std::string bytes = text_of(path);
+  std::vector<std::uint16_t> samples(bytes.size() / 2);
+  std::memcpy(samples.data(), bytes.data(), samples.size() * 2);  // little-endian host
   return samples;
+}
+
+// A 16-bit P5 file.
+inline std::string pgm(int width, int height, const std::vector<std::uint16_t>& samples) {
+  std::string bytes = "P5\n" + std::to_string(width) + " " + std::to_string(height) + "\n65535\n";
+  for (const std::uint16_t sample : samples) {
+    bytes += {static_cast<char>(sample >> 8), static_cast<char>(sample & 0xFF)};
+  }
+  return bytes;
+}
+
+// Names each case of a parameterised table after its row.
+inline constexpr auto row_name = [](const auto& info) { return std::string(info.param.name); };
+
+// The message of the Image_io_error that `action` throws, or `accepted`.
+inline const std::string accepted = "(accepted)";
+inline std::string error_of(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const oqa_tool::Image_io_error& error) {
+    return error.what();
+  }
+  return accepted;
+}
+
+struct Tiff_layout {
+  const char* mode = "wl";  // "wl" little-endian, "wb" big-endian
+  std::uint16_t compression = COMPRESSION_NONE;
+  bool tiled = false;  // tiles of 16x16, else strips of `rows_per_strip`
+  std::uint16_t samples_per_pixel = 1;
+  std::uint16_t bits = 16;
+  std::uint32_t rows_per_strip = 4;
+};
+
+// A width x height image from the bytes of `samples` (row-major, at least
+// width*height*samples_per_pixel*bits/8 of them); `more` sets further tags.
+// Returns false if libtiff refuses.
+inline bool write_tiff(
+    const std::string& path, const Tiff_layout& layout, int width, int height,
+    const std::vector<std::uint16_t>& samples,
+    const std::function<void(TIFF*)>& more = [](TIFF*) {}) {
+  TIFF* tiff = TIFFOpen(path.c_str(), layout.mode);
+  if (tiff == nullptr) {
+    return false;
+  }
+  TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
+  TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
+  TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, layout.samples_per_pixel);
+  TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, layout.bits);
+  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC,
+               layout.samples_per_pixel == 1 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB);
+  TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  TIFFSetField(tiff, TIFFTAG_COMPRESSION, layout.compression);
+  more(tiff);
+  bool written = true;
+  if (layout.tiled) {
+    TIFFSetField(tiff, TIFFTAG_TILEWIDTH, 16);
+    TIFFSetField(tiff, TIFFTAG_TILELENGTH, 16);
+    std::vector<std::uint16_t> tile(16 * 16);
+    for (int top = 0; top < height; top += 16) {
+      for (int left = 0; left < width; left += 16) {
+        for (int i = 0; i < 16 * 16; ++i) {
+          const int y = top + i / 16;
+          const int x = left + i % 16;
+          tile[i] = y < height && x < width ? samples[y * width + x] : 0;
+        }
+        written = written && TIFFWriteTile(tiff, tile.data(), left, top, 0, 0) >= 0;
+      }
+    }
+  } else {
+    // A copy: libtiff swaps the bytes of what it writes in place.
+    const std::size_t row_bytes = std::size_t{layout.samples_per_pixel} * width * layout.bits / 8;
+    std::vector<std::uint8_t> bytes(row_bytes * height);
+    std::memcpy(bytes.data(), samples.data(), std::min(bytes.size(), samples.size() * 2));
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, layout.rows_per_strip);
+    for (int y = 0; y < height; ++y) {
+      written = written && TIFFWriteScanline(tiff, bytes.data() + y * row_bytes, y, 0) == 1;
+    }
+  }
+  TIFFClose(tiff);
+  return written;
+}
+
+struct Dng_description {
+  Dng_description(int width, int height, std::uint32_t seed)
+      : raw_width(width), raw_height(height), samples(random_samples(width * height, seed)) {}
+  int raw_width;
+  int raw_height;
+  std::vector<std::uint16_t> samples;  // row-major
+  // 2x2 colour codes (0 red, 1 green, 2 blue) at the raw image's origin.
+  std::array<std::uint8_t, 4> cfa_pattern{0, 1, 1, 2};
+  std::array<std::uint32_t, 4> active_area{0, 0, 0, 0};  // top, left, bottom, right
+  std::uint16_t black_level = 0;
+  std::uint32_t white_level = 65535;
+};
+
+// One strip, little-endian, so that each tag's value sits in its entry.
+inline bool write_dng(const std::string& path, const Dng_description& dng) {
+  const Tiff_layout layout{
+      "wl", COMPRESSION_NONE, false, 1, 16, static_cast<std::uint32_t>(dng.raw_height)};
+  return write_tiff(path, layout, dng.raw_width, dng.raw_height, dng.samples, [&](TIFF* tiff) {
+    static const std::uint8_t version[4] = {1, 4, 0, 0};
+    static const std::uint16_t repeat[2] = {2, 2};
+    const float black = dng.black_level;  // libtiff takes the rational as float
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_CFA);
+    TIFFSetField(tiff, TIFFTAG_DNGVERSION, version);
+    TIFFSetField(tiff, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
+    TIFFSetField(tiff, TIFFTAG_CFAPATTERN, 4, dng.cfa_pattern.data());
+    TIFFSetField(tiff, TIFFTAG_BLACKLEVEL, 1, &black);
+    TIFFSetField(tiff, TIFFTAG_WHITELEVEL, 1, &dng.white_level);
+    if (dng.active_area[2] != 0) {
+      TIFFSetField(tiff, TIFFTAG_ACTIVEAREA, dng.active_area.data());
+    }
+  });
+}
+
+// The count, or else the value held in the entry (SHORT or LONG), of a tag.
+struct Tiff_entry {
+  std::uint16_t tag;
+  bool count;
+  std::uint32_t number;
+};
+
+// LibRaw crashes on a 2x2 pattern described by 36 colours...
+inline constexpr Tiff_entry long_pattern{TIFFTAG_CFAPATTERN, true, 36};
+// ...and stops decoding lossless JPEG of garbage without an error.
+inline constexpr Tiff_entry garbage_data{TIFFTAG_COMPRESSION, false, COMPRESSION_JPEG};
+
+// Rewrites entries of the first directory of a little-endian TIFF file.
+// Returns false if one is absent.
+inline bool rewrite_tiff_entries(const std::string& path, const std::vector<Tiff_entry>& changes) {
+  std::string bytes = text_of(path);
+  const auto get = [&](std::size_t at, std::size_t size) {
+    std::uint32_t value = 0;
+    std::memcpy(&value, bytes.data() + at, size);  // little-endian host and file
+    return value;
+  };
+  const std::uint32_t first = get(4, 4) + 2;
+  const std::uint32_t end = first + 12 * get(first - 2, 2);
+  for (const Tiff_entry& change : changes) {
+    std::uint32_t entry = first;
+    while (entry < end && get(entry, 2) != change.tag) {
+      entry += 12;
+    }
+    if (entry == end) {
+      return false;
+    }
+    // A SHORT value fills the first half of its field, the rest is padding.
+    std::memcpy(bytes.data() + entry + (change.count ? 4 : 8), &change.number, 4);
+  }
+  write_file(path, bytes);
+  return true;
 }
 
 }  // namespace tool_test

@@ -1,6 +1,6 @@
 // The processor check on synthetic identification words: a complete
-// processor passes at every level it has, and taking away any one feature
-// bit or any one enabled register state declines exactly the levels that
+// processor passes at every level, and taking away any one feature bit, any
+// register state the OS saves or leaf 7 declines exactly the levels that
 // need it.
 #include "cpu_support.h"
 
@@ -12,110 +12,75 @@
 namespace {
 
 using oqa_vector::Processor_words;
-using oqa_vector::Vector_level;
 
-// A processor with everything the AVX-512 kernel needs, state enabled.
+constexpr std::uint32_t bit(unsigned index) { return std::uint32_t{1} << index; }
+
+// The feature bits each level adds to the one below: SSE, SSE2 (leaf 1 EDX),
+// SSE3, SSSE3, SSE4.1, SSE4.2, POPCNT (leaf 1 ECX); FMA, OSXSAVE, AVX, F16C,
+// then BMI1, AVX2, BMI2 (leaf 7 EBX); AVX512F, DQ, BW and VL.
+struct Needed_bits {
+  std::uint32_t Processor_words::*word;
+  std::uint32_t bits;
+  int level;
+};
+constexpr Needed_bits needed[] = {
+    {&Processor_words::leaf_1_edx, bit(25) | bit(26), 1},
+    {&Processor_words::leaf_1_ecx, bit(0) | bit(9) | bit(19) | bit(20) | bit(23), 1},
+    {&Processor_words::leaf_1_ecx, bit(12) | bit(27) | bit(28) | bit(29), 2},
+    {&Processor_words::leaf_7_ebx, bit(3) | bit(5) | bit(8), 2},
+    {&Processor_words::leaf_7_ebx, bit(16) | bit(17) | bit(30) | bit(31), 3},
+};
+
 Processor_words full_processor() {
   Processor_words words;
   words.max_leaf = 0xD;
-  words.leaf_1_ecx = (1U << 0) | (1U << 9) | (1U << 12) | (1U << 19) | (1U << 20) | (1U << 23) |
-                     (1U << 27) | (1U << 28) | (1U << 29);
-  words.leaf_1_edx = (1U << 25) | (1U << 26);
-  words.leaf_7_ebx =
-      (1U << 3) | (1U << 5) | (1U << 8) | (1U << 16) | (1U << 17) | (1U << 30) | (1U << 31);
-  words.xcr0 = 0xE7;
+  words.xcr0 = 0xE7;  // x87, XMM, YMM, opmask and both halves of the ZMM state
+  for (auto const& n : needed) words.*n.word |= n.bits;
   return words;
 }
 
-bool supports(Vector_level level, Processor_words const& words) {
-  return oqa_vector::processor_supports(level, words);
-}
-
-TEST(Cpu_support, FullProcessorSupportsEveryLevel) {
-  EXPECT_TRUE(supports(Vector_level::sse, full_processor()));
-  EXPECT_TRUE(supports(Vector_level::avx2, full_processor()));
-  EXPECT_TRUE(supports(Vector_level::avx512, full_processor()));
-}
-
-TEST(Cpu_support, NoProcessorWordsSupportsNothing) {
-  EXPECT_FALSE(supports(Vector_level::sse, Processor_words{}));
-  EXPECT_FALSE(supports(Vector_level::avx2, Processor_words{}));
-  EXPECT_FALSE(supports(Vector_level::avx512, Processor_words{}));
-}
-
-struct Missing_feature {
-  char const* name;
-  std::uint32_t Processor_words::*word;
-  unsigned bit;
-  Vector_level lowest_level_declined;
-};
-
-void PrintTo(Missing_feature const& feature, std::ostream* out) { *out << feature.name; }
-
-class Cpu_support_missing : public ::testing::TestWithParam<Missing_feature> {};
-
-TEST_P(Cpu_support_missing, DeclinesTheLevelsThatNeedIt) {
-  Processor_words words = full_processor();
-  words.*GetParam().word &= ~(std::uint32_t{1} << GetParam().bit);
-  for (Vector_level const level : {Vector_level::sse, Vector_level::avx2, Vector_level::avx512}) {
-    bool const needed =
-        static_cast<int>(level) >= static_cast<int>(GetParam().lowest_level_declined);
-    EXPECT_EQ(supports(level, words), !needed) << "level " << static_cast<int>(level);
+// The words pass the check for every level up to `highest` and for no other.
+void expect_levels_up_to(int highest, Processor_words const& words, char const* what) {
+  for (int level = 1; level <= 3; ++level) {
+    EXPECT_EQ(oqa_vector::processor_supports(static_cast<oqa_vector::Vector_level>(level), words),
+              level <= highest)
+        << what << ", level " << level;
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Features, Cpu_support_missing,
-    ::testing::Values(
-        Missing_feature{"sse2", &Processor_words::leaf_1_edx, 26, Vector_level::sse},
-        Missing_feature{"sse3", &Processor_words::leaf_1_ecx, 0, Vector_level::sse},
-        Missing_feature{"ssse3", &Processor_words::leaf_1_ecx, 9, Vector_level::sse},
-        Missing_feature{"sse41", &Processor_words::leaf_1_ecx, 19, Vector_level::sse},
-        Missing_feature{"sse42", &Processor_words::leaf_1_ecx, 20, Vector_level::sse},
-        Missing_feature{"popcnt", &Processor_words::leaf_1_ecx, 23, Vector_level::sse},
-        Missing_feature{"fma", &Processor_words::leaf_1_ecx, 12, Vector_level::avx2},
-        Missing_feature{"osxsave", &Processor_words::leaf_1_ecx, 27, Vector_level::avx2},
-        Missing_feature{"avx", &Processor_words::leaf_1_ecx, 28, Vector_level::avx2},
-        Missing_feature{"f16c", &Processor_words::leaf_1_ecx, 29, Vector_level::avx2},
-        Missing_feature{"bmi1", &Processor_words::leaf_7_ebx, 3, Vector_level::avx2},
-        Missing_feature{"avx2", &Processor_words::leaf_7_ebx, 5, Vector_level::avx2},
-        Missing_feature{"bmi2", &Processor_words::leaf_7_ebx, 8, Vector_level::avx2},
-        Missing_feature{"avx512f", &Processor_words::leaf_7_ebx, 16, Vector_level::avx512},
-        Missing_feature{"avx512dq", &Processor_words::leaf_7_ebx, 17, Vector_level::avx512},
-        Missing_feature{"avx512bw", &Processor_words::leaf_7_ebx, 30, Vector_level::avx512},
-        Missing_feature{"avx512vl", &Processor_words::leaf_7_ebx, 31, Vector_level::avx512}),
-    [](auto const& info) { return std::string(info.param.name); });
-
-// The OS must save the wider registers, or their contents would be lost on
-// a context switch; the instruction bits alone are not enough.
-TEST(Cpu_support, RegisterStateNotEnabledByTheOs) {
-  Processor_words words = full_processor();
-  words.xcr0 = 0x7;  // x87, XMM, YMM: no opmask or ZMM state
-  EXPECT_TRUE(supports(Vector_level::avx2, words));
-  EXPECT_FALSE(supports(Vector_level::avx512, words));
-  words.xcr0 = 0xE3;  // ZMM state but no YMM state
-  EXPECT_TRUE(supports(Vector_level::sse, words));
-  EXPECT_FALSE(supports(Vector_level::avx2, words));
-  EXPECT_FALSE(supports(Vector_level::avx512, words));
-  words.xcr0 = 0x1;  // not even XMM state
-  EXPECT_FALSE(supports(Vector_level::sse, words));
-}
-
-TEST(Cpu_support, LeafSevenBeyondTheReportedMaximumIsIgnored) {
-  Processor_words words = full_processor();
-  words.max_leaf = 6;
-  EXPECT_TRUE(supports(Vector_level::sse, words));
-  EXPECT_FALSE(supports(Vector_level::avx2, words));
-  EXPECT_FALSE(supports(Vector_level::avx512, words));
-}
-
-// Pre-XSAVE processors and OSes manage XMM state with FXSAVE.
-TEST(Cpu_support, SseWithoutXsave) {
-  Processor_words words = full_processor();
-  words.leaf_1_ecx &= ~(1U << 27);
-  words.xcr0 = 0;
-  EXPECT_TRUE(supports(Vector_level::sse, words));
-  EXPECT_FALSE(supports(Vector_level::avx2, words));
+// Beyond the feature bits, the OS must save the wider registers, or a
+// context switch would lose their contents; without XSAVE it keeps the XMM
+// state with FXSAVE. Leaf 7 counts only when leaf 0 reports it.
+TEST(Cpu_support, EachMissingFeatureOrStateDeclinesTheLevelsThatNeedIt) {
+  expect_levels_up_to(3, full_processor(), "everything");
+  expect_levels_up_to(0, Processor_words{}, "no words");
+  for (auto const& n : needed) {
+    for (unsigned index = 0; index < 32; ++index) {
+      if ((n.bits & bit(index)) == 0) continue;
+      Processor_words words = full_processor();
+      words.*n.word &= ~bit(index);
+      std::string const what = "needed[" + std::to_string(&n - needed) + "], bit ";
+      expect_levels_up_to(n.level - 1, words, (what + std::to_string(index)).c_str());
+    }
+  }
+  struct Variant {
+    char const* what;
+    std::uint64_t xcr0;
+    bool osxsave;
+    std::uint32_t max_leaf;
+    int highest;
+  } const variants[] = {{"no opmask or ZMM state", 0x7, true, 0xD, 2},
+                        {"ZMM but no YMM state", 0xE3, true, 0xD, 1},
+                        {"no XMM state", 0x1, true, 0xD, 0},
+                        {"no XSAVE", 0, false, 0xD, 1},
+                        {"leaf 7 not reported", 0xE7, true, 6, 1}};
+  for (auto const& v : variants) {
+    Processor_words words = full_processor();
+    words.xcr0 = v.xcr0;
+    if (!v.osxsave) words.leaf_1_ecx &= ~bit(27);
+    words.max_leaf = v.max_leaf;
+    expect_levels_up_to(v.highest, words, v.what);
+  }
 }
 
 }  // namespace

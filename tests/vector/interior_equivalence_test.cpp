@@ -1,258 +1,207 @@
-// Every companion against the scalar interior, byte for byte, through the
-// companion's own transform entry. Output buffers carry guard zones, and the
-// border pixels keep the sentinel because the scalar interior never writes
-// them either.
+// The companions against the scalar interior, byte for byte: each kernel
+// under every store plan it can be given (regular or non-temporal stores;
+// 256- or 512-bit vectors for AVX-512), forced whatever the frame size, and
+// each companion through its own entry, which adds the argument checks,
+// frames without an interior and a store plan of its own choosing. Outputs
+// carry guard zones of a sentinel that the border pixels keep too, because
+// the scalar interior never writes them either.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
-#include <memory>
-#include <random>
-#include <thread>
+#include <functional>
+#include <string>
 #include <utility>
 #include <vector>
 
-#include "vector_test_support.h"
+#include "cpu_support.h"
+#include "engine/interior_demosaic.h"
+#include "interior_geometry.h"
+#include "interior_kernel.h"
+#include "library_test_support.h"
+#include "modules/unique_ptr_reference_counted.h"
+#include "modules/vector_demosaic_module.h"
 
-namespace vector_test {
+extern unique_ptr_reference_counted<Vector_sse_demosaic_module> vector_sse_demosaic_module;
+extern unique_ptr_reference_counted<Vector_avx2_demosaic_module> vector_avx2_demosaic_module;
+extern unique_ptr_reference_counted<Vector_avx512_demosaic_module> vector_avx512_demosaic_module;
+
 namespace {
 
+using oqa_vector::Vector_level;
+using Samples = std::vector<std::uint16_t>;
+
 constexpr std::uint16_t sentinel = 0xA5C3;
+constexpr std::size_t guard = 64;
+constexpr char const* isa_names[] = {"scalar", "sse", "avx2", "avx512"};
 
-class Interior_equivalence : public ::testing::TestWithParam<Level> {
- protected:
-  void SetUp() override {
-    companion_ = std::make_unique<Companion>(GetParam());
-    ASSERT_TRUE(companion_->loaded()) << "companion library for " << GetParam().isa << " missing";
-    if (!companion_->usable) {
-      GTEST_SKIP() << "level " << GetParam().isa << " (" << GetParam().number
-                   << ") is not supported by this processor";
-    }
-  }
-
-  // Runs both implementations on the same input and compares the whole
-  // guarded output; returns false (after reporting) on the first mismatch.
-  bool matches_scalar(std::vector<std::uint16_t> const& input, int width, int height, int origin_x,
-                      int origin_y, QN_COLOR_FILTER_ARRAY_PHASE phase, QN_COLOR_FORMAT format) {
-    Guarded_output expected(width, height, sentinel);
-    Guarded_output actual(width, height, sentinel);
-    scalar_interior(format, width, height, origin_x, origin_y, phase, input, expected.image());
-    companion_->transform(width, height, origin_x, origin_y, phase, format, input.data(),
-                          actual.image());
-    if (expected.whole() == actual.whole()) {
-      return true;
-    }
-    std::size_t first = 0;
-    while (expected.whole()[first] == actual.whole()[first]) {
-      ++first;
-    }
-    ADD_FAILURE() << GetParam().isa << ": " << width << "x" << height << " origin (" << origin_x
-                  << "," << origin_y << ") phase " << phase << " format " << format
-                  << ": first difference at buffer sample " << first << " (guard "
-                  << Guarded_output::guard << ")";
-    return false;
-  }
-
-  std::unique_ptr<Companion> companion_;
+struct Frame {
+  int width, height, origin_x, origin_y;
+  QN_COLOR_FILTER_ARRAY_PHASE phase;
+  QN_COLOR_FORMAT format;
 };
 
-TEST_P(Interior_equivalence, EverySizeUpTo40) {
-  std::mt19937 random(1);
-  for (int height = 2; height <= 40; ++height) {
-    for (int width = 2; width <= 40; ++width) {
-      auto const input = random_mosaic(width, height, random);
-      ASSERT_TRUE(matches_scalar(input, width, height, 0, 0, QN_CFA_PHASE_RED,
-                                 QN_COLOR_FORMAT_BGR_INTERLEAVED));
-    }
-  }
+// One implementation of the interior pass, writing the frame's output image.
+using Interior = std::function<void(Frame const&, std::uint16_t const*, std::uint16_t*)>;
+
+// Runs `interior` on `shifted_input` (a copy of `input`) and the scalar pass
+// on `input`, each output image `shift` samples into a buffer of sentinels
+// with `guard` more on either side, and compares the whole buffers.
+::testing::AssertionResult matches_scalar(Interior const& interior, Frame const& f,
+                                          Samples const& input, std::uint16_t const* shifted_input,
+                                          std::size_t shift) {
+  Samples expected(shift + 3 * input.size() + 2 * guard, sentinel);
+  Samples actual(expected);
+  with_color_format(f.format, [&](auto format) {
+    demosaic_interior_using_color_phase<format()>(f.width, f.height, f.origin_x, f.origin_y,
+                                                  input.data(), expected.data() + shift + guard,
+                                                  f.phase);
+  });
+  interior(f, shifted_input, actual.data() + shift + guard);
+  if (actual == expected) return ::testing::AssertionSuccess();
+  auto const first = std::mismatch(actual.begin(), actual.end(), expected.begin()).first;
+  return ::testing::AssertionFailure()
+         << f.width << "x" << f.height << " origin (" << f.origin_x << "," << f.origin_y
+         << ") phase " << f.phase << " format " << f.format << " output shift " << shift
+         << ": first difference at buffer sample " << first - actual.begin();
 }
 
-TEST_P(Interior_equivalence, RandomSizesEveryPhaseFormatAndOriginParity) {
-  std::mt19937 random(2);
-  std::uniform_int_distribution<int> long_side(2, 1000);
-  std::uniform_int_distribution<int> short_side(2, 40);
-  std::uniform_int_distribution<int> origin(-3, 3);
-  for (int phase = 0; phase < 4; ++phase) {
-    for (int format = 0; format < 3; ++format) {
-      for (int parities = 0; parities < 4; ++parities) {
-        int const origin_x = 2 * origin(random) + (parities & 1);
-        int const origin_y = 2 * origin(random) + (parities >> 1);
-        for (bool const wide : {true, false}) {
-          int const width = wide ? long_side(random) : short_side(random);
-          int const height = wide ? short_side(random) : long_side(random);
-          auto const input = random_mosaic(width, height, random);
-          ASSERT_TRUE(matches_scalar(input, width, height, origin_x, origin_y,
-                                     static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase),
-                                     static_cast<QN_COLOR_FORMAT>(format)));
-        }
+// Saturated and alternating samples, where a wider sum would carry.
+std::uint16_t extreme_sample(std::size_t kind, std::size_t row, std::size_t column) {
+  constexpr std::uint16_t values[5][2] = {
+      {0, 0}, {65535, 65535}, {65535, 0}, {65535, 65534}, {1, 65535}};
+  std::size_t const parity[5] = {0, 0, row + column, column, row};
+  return values[kind][parity[kind] % 2];
+}
+
+// Every width up to three vectors of 32 lanes and a little beyond (whole
+// vectors, overlapped last vectors of both parities, rows shorter than one
+// vector) at one, two and five interior rows, then frames without an
+// interior, square, tall and long thin ones; each in every phase and format
+// with origins of both parities, some negative, and one shape in four with
+// extreme samples. The input and the output image move one sample at a time
+// across a whole 64-byte line, each in its own order.
+void expect_scalar_bytes(Interior const& interior) {
+  std::vector<std::pair<int, int>> sizes = {{2, 2},   {2, 9},   {9, 2},   {40, 40},  {5, 40},
+                                            {160, 6}, {131, 7}, {641, 5}, {1000, 3}, {33, 200}};
+  for (int width = 3; width <= 104; ++width) {
+    for (int const height : {3, 4, 7}) sizes.emplace_back(width, height);
+  }
+  std::size_t count = 0;
+  for (std::size_t shape = 0; shape < sizes.size(); ++shape) {
+    auto const [width, height] = sizes[shape];
+    Samples input = test_support::random_mosaic(width, height, static_cast<unsigned>(shape));
+    for (std::size_t i = 0; shape % 4 == 3 && i < input.size(); ++i) {
+      input[i] = extreme_sample(shape / 4 % 5, i / width, i % width);
+    }
+    for (int phase = 0; phase < 4; ++phase) {
+      auto const cfa_phase = static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase);
+      for (int format = 0; format < 3; ++format, ++count) {
+        auto const layout = static_cast<QN_COLOR_FORMAT>(format);
+        int const origin_x = static_cast<int>(count % 7) - 3;
+        int const origin_y = static_cast<int>(count % 5) - 2;
+        Frame const frame{width, height, origin_x, origin_y, cfa_phase, layout};
+        std::size_t const input_shift = 7 * count % 32;
+        Samples shifted(input_shift);
+        shifted.insert(shifted.end(), input.begin(), input.end());
+        ASSERT_TRUE(
+            matches_scalar(interior, frame, input, shifted.data() + input_shift, count % 32));
       }
     }
   }
 }
 
-// Interior widths (width - 2) around every multiple of the vector widths in
-// 16-bit lanes (8, 16, 32): whole vectors, overlapped last vectors of both
-// parities, and rows shorter than one vector.
-TEST_P(Interior_equivalence, WidthsAroundVectorBoundaries) {
-  std::mt19937 random(3);
-  for (int const lanes : {8, 16, 32}) {
-    for (int multiple = 1; multiple <= 3; ++multiple) {
-      for (int delta = -2; delta <= 2; ++delta) {
-        int const width = lanes * multiple + delta + 2;
-        for (int format = 0; format < 3; ++format) {
-          for (int phase = 0; phase < 4; ++phase) {
-            auto const input = random_mosaic(width, 7, random);
-            ASSERT_TRUE(matches_scalar(input, width, 7, phase & 1, phase >> 1,
-                                       static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase),
-                                       static_cast<QN_COLOR_FORMAT>(format)));
-          }
-        }
-      }
-    }
-  }
+bool processor_has(Vector_level level) {
+  return oqa_vector::processor_supports(level, oqa_vector::read_processor_words());
 }
 
-// Frames past the smallest sizes at which the entry may switch to
-// non-temporal stores (whether it does depends on this processor's cache;
-// the kernels' streaming path is tested on its own in streaming_store_test).
-TEST_P(Interior_equivalence, FramesLargeEnoughForStreamingStores) {
-  std::mt19937 random(9);
-  auto const wide = random_mosaic(2402, 1210, random);
-  ASSERT_TRUE(matches_scalar(wide, 2402, 1210, 0, 0, QN_CFA_PHASE_GREEN_IN_BLUE_ROW,
-                             QN_COLOR_FORMAT_RGB_INTERLEAVED));
-  auto const tall = random_mosaic(3001, 2400, random);
-  ASSERT_TRUE(matches_scalar(tall, 3001, 2400, 1, 1, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_PLANAR));
+// A plan is named <isa>[_256][_streaming]: 256-bit vectors (AVX-512 only)
+// and non-temporal stores.
+class Kernel_plans : public ::testing::TestWithParam<std::string> {
+ protected:
+  void SetUp() override {
+    if (!processor_has(level())) GTEST_SKIP() << "not supported by this processor";
+  }
+  Vector_level level() const {
+    return GetParam().starts_with("avx512") ? Vector_level::avx512
+           : GetParam().starts_with("avx2") ? Vector_level::avx2
+                                            : Vector_level::sse;
+  }
+};
+
+TEST_P(Kernel_plans, GiveTheScalarBytes) {
+  using Kernel = void (*)(oqa_vector::Interior_request const&);
+  constexpr Kernel kernels[] = {nullptr, oqa_vector_sse::demosaic_interior,
+                                oqa_vector_avx2::demosaic_interior,
+                                oqa_vector_avx512::demosaic_interior};
+  Kernel const kernel = kernels[static_cast<int>(level())];
+  bool const narrow = GetParam().find("_256") != std::string::npos;
+  bool const streaming = GetParam().ends_with("_streaming");
+  expect_scalar_bytes([&](Frame const& f, std::uint16_t const* input, std::uint16_t* output) {
+    if (f.width < 3 || f.height < 3) return;  // no interior: the entries never call the kernel
+    oqa_vector::Interior_request request = oqa_vector::describe_interior(
+        f.width, f.height, f.origin_x, f.origin_y, f.phase, f.format, input, output);
+    request.streaming = streaming;
+    request.narrow_vectors = narrow;
+    kernel(request);
+  });
 }
 
-// Saturated and alternating samples exercise the rounding at the top of the
-// 16-bit range, where a wider sum would carry.
-TEST_P(Interior_equivalence, ExtremeSamples) {
-  int const width = 71;
-  int const height = 9;
-  std::size_t const count = static_cast<std::size_t>(width) * height;
-  std::vector<std::vector<std::uint16_t>> inputs(5, std::vector<std::uint16_t>(count));
-  for (std::size_t i = 0; i < count; ++i) {
-    std::size_t const row = i / width;
-    std::size_t const column = i % width;
-    inputs[0][i] = 0;
-    inputs[1][i] = 65535;
-    inputs[2][i] = (row + column) % 2 == 0 ? 65535 : 0;
-    inputs[3][i] = column % 2 == 0 ? 65535 : 65534;
-    inputs[4][i] = row % 2 == 0 ? 1 : 65535;
+INSTANTIATE_TEST_SUITE_P(Kernels, Kernel_plans,
+                         ::testing::Values("sse", "sse_streaming", "avx2", "avx2_streaming",
+                                           "avx512", "avx512_streaming", "avx512_256",
+                                           "avx512_256_streaming"),
+                         [](auto const& info) { return info.param; });
+
+// Each companion through its transform entry, as the library loaded it.
+class Companion_entries : public ::testing::TestWithParam<int> {
+ protected:
+  static void SetUpTestSuite() { ASSERT_EQ(qn_demosaic_module_initialize(), 0); }
+  static void TearDownTestSuite() { qn_demosaic_module_terminate(); }
+  void SetUp() override {
+    Vector_demosaic_module const* const modules[] = {nullptr, vector_sse_demosaic_module.get(),
+                                                     vector_avx2_demosaic_module.get(),
+                                                     vector_avx512_demosaic_module.get()};
+    if (modules[GetParam()]->load_failed) GTEST_SKIP() << "not supported by this processor";
+    transform_ = modules[GetParam()]->transform_function;
   }
-  for (auto const& input : inputs) {
-    for (int format = 0; format < 3; ++format) {
-      for (int phase = 0; phase < 4; ++phase) {
-        ASSERT_TRUE(matches_scalar(input, width, height, 0, 0,
-                                   static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase),
-                                   static_cast<QN_COLOR_FORMAT>(format)));
-      }
-    }
+
+  Interior entry() const {
+    return [transform = transform_](Frame const& f, std::uint16_t const* input,
+                                    std::uint16_t* output) {
+      EXPECT_EQ(
+          transform(f.width, f.height, f.origin_x, f.origin_y, f.phase, f.format, input, output),
+          QN_DEMOSAIC_NO_ERROR);
+    };
   }
+
+  Vector_transform_function transform_ = nullptr;
+};
+
+TEST_P(Companion_entries, GiveTheScalarBytes) { expect_scalar_bytes(entry()); }
+
+// Large enough for the entry to choose non-temporal stores in any layout.
+TEST_P(Companion_entries, GiveTheScalarBytesOnAFrameLargeEnoughToStream) {
+  Frame const frame{3001, 2400, 1, 1, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_PLANAR};
+  Samples const input = test_support::random_mosaic(frame.width, frame.height, 9);
+  EXPECT_TRUE(matches_scalar(entry(), frame, input, input.data(), 0));
 }
 
-// Two different sentinels: a border sample that happened to equal the
-// sentinel cannot hide a write.
-TEST_P(Interior_equivalence, BorderPixelsAreNeverWritten) {
-  std::mt19937 random(4);
-  int const width = 67;
-  int const height = 5;
-  auto const input = random_mosaic(width, height, random);
-  for (std::uint16_t const fill : {std::uint16_t{0}, std::uint16_t{0xFFFF}}) {
-    for (int format = 0; format < 3; ++format) {
-      Guarded_output output(width, height, fill);
-      companion_->transform(width, height, 0, 0, QN_CFA_PHASE_GREEN_IN_BLUE_ROW,
-                            static_cast<QN_COLOR_FORMAT>(format), input.data(), output.image());
-      std::size_t const plane = static_cast<std::size_t>(width) * height;
-      for (std::size_t pixel = 0; pixel < plane; ++pixel) {
-        std::size_t const row = pixel / width;
-        std::size_t const column = pixel % width;
-        if (row != 0 && column != 0 && row + 1 != static_cast<std::size_t>(height) &&
-            column + 1 != static_cast<std::size_t>(width)) {
-          continue;
-        }
-        for (std::size_t channel = 0; channel < 3; ++channel) {
-          std::size_t const index = format == 0 ? channel * plane + pixel : 3 * pixel + channel;
-          ASSERT_EQ(output.image()[index], fill) << "format " << format << " pixel " << pixel;
-        }
-      }
-    }
-  }
+TEST_P(Companion_entries, RejectBadArgumentsWithoutWriting) {
+  Samples const input(16, 7);
+  Samples output(48, sentinel);
+  auto const call = [&](int width, int phase, int format, std::uint16_t const* in) {
+    return transform_(width, 4, 0, 0, static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase),
+                      static_cast<QN_COLOR_FORMAT>(format), in, output.data());
+  };
+  EXPECT_EQ(call(1, 0, 0, input.data()), QN_DEMOSAIC_INVALID_IMAGE_WIDTH);
+  EXPECT_EQ(call(4, 0, 0, nullptr), QN_DEMOSAIC_NULL_INPUT_BUFFER);
+  EXPECT_EQ(call(4, 4, 0, input.data()), QN_DEMOSAIC_INVALID_COLOR_FILTER_ARRAY_PHASE);
+  EXPECT_EQ(call(4, 0, 3, input.data()), QN_DEMOSAIC_INVALID_OUTPUT_COLOR_FORMAT);
+  EXPECT_EQ(output, Samples(48, sentinel));
 }
 
-TEST_P(Interior_equivalence, WidthOrHeightTwoWritesNothing) {
-  std::vector<std::uint16_t> const input(2 * 50, 1234);
-  for (auto const& [width, height] : {std::pair{2, 50}, std::pair{50, 2}, std::pair{2, 2}}) {
-    Guarded_output output(width, height, sentinel);
-    auto const before = output.whole();
-    companion_->transform(width, height, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_PLANAR,
-                          input.data(), output.image());
-    EXPECT_EQ(output.whole(), before) << width << "x" << height;
-  }
-}
-
-TEST_P(Interior_equivalence, RejectsBadArgumentsWithoutWriting) {
-  std::vector<std::uint16_t> const input(16, 7);
-  Guarded_output output(4, 4, sentinel);
-  auto const before = output.whole();
-  auto* const out = output.image();
-  EXPECT_EQ(companion_->transform(1, 4, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_PLANAR,
-                                  input.data(), out),
-            QN_DEMOSAIC_INVALID_IMAGE_WIDTH);
-  EXPECT_EQ(
-      companion_->transform(4, 4, 0, 0, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_PLANAR, nullptr, out),
-      QN_DEMOSAIC_NULL_INPUT_BUFFER);
-  EXPECT_EQ(companion_->transform(4, 4, 0, 0, static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(4),
-                                  QN_COLOR_FORMAT_BGR_PLANAR, input.data(), out),
-            QN_DEMOSAIC_INVALID_COLOR_FILTER_ARRAY_PHASE);
-  EXPECT_EQ(companion_->transform(4, 4, 0, 0, QN_CFA_PHASE_RED, static_cast<QN_COLOR_FORMAT>(3),
-                                  input.data(), out),
-            QN_DEMOSAIC_INVALID_OUTPUT_COLOR_FORMAT);
-  EXPECT_EQ(output.whole(), before);
-}
-
-// The entry keeps all its state on the stack: concurrent calls on different
-// images give the single-threaded results (ThreadSanitizer watches the rest).
-TEST_P(Interior_equivalence, ConcurrentCallsOnDifferentImages) {
-  int const width = 301;
-  int const height = 37;
-  std::mt19937 random(5);
-  std::vector<std::vector<std::uint16_t>> inputs;
-  std::vector<std::vector<std::uint16_t>> expected;
-  inputs.reserve(3);
-  expected.reserve(3);
-  for (int format = 0; format < 3; ++format) {
-    inputs.push_back(random_mosaic(width, height, random));
-    expected.emplace_back(3 * static_cast<std::size_t>(width) * height, 0);
-    scalar_interior(static_cast<QN_COLOR_FORMAT>(format), width, height, 0, 0, QN_CFA_PHASE_BLUE,
-                    inputs.back(), expected.back().data());
-  }
-  std::vector<std::vector<std::uint16_t>> outputs(
-      3, std::vector<std::uint16_t>(3 * static_cast<std::size_t>(width) * height, 0));
-  std::vector<std::thread> threads;
-  threads.reserve(3);
-  for (int format = 0; format < 3; ++format) {
-    threads.emplace_back([&, format] {
-      for (int repeat = 0; repeat < 20; ++repeat) {
-        companion_->transform(width, height, 0, 0, QN_CFA_PHASE_BLUE,
-                              static_cast<QN_COLOR_FORMAT>(format), inputs[format].data(),
-                              outputs[format].data());
-      }
-    });
-  }
-  for (auto& thread : threads) {
-    thread.join();
-  }
-  for (int format = 0; format < 3; ++format) {
-    EXPECT_EQ(outputs[format], expected[format]) << "format " << format;
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Sse, Interior_equivalence, ::testing::Values(Level{"sse", 1}),
-                         [](auto const& info) { return level_name(info.param); });
-INSTANTIATE_TEST_SUITE_P(Avx2, Interior_equivalence, ::testing::Values(Level{"avx2", 2}),
-                         [](auto const& info) { return level_name(info.param); });
-INSTANTIATE_TEST_SUITE_P(Avx512, Interior_equivalence, ::testing::Values(Level{"avx512", 3}),
-                         [](auto const& info) { return level_name(info.param); });
+INSTANTIATE_TEST_SUITE_P(Companions, Companion_entries, ::testing::Values(1, 2, 3),
+                         [](auto const& info) { return isa_names[info.param]; });
 
 }  // namespace
-}  // namespace vector_test

@@ -1,8 +1,7 @@
 // A companion library whose behaviour the test sets: it counts its calls,
 // initialises with the result the test chose, and fills the interior by the
-// scalar rules (or throws). Compiled once per level, optionally without its
-// initialise or terminate entry.
-#include <stdexcept>
+// scalar rules. Compiled once per level, optionally without its initialise or
+// terminate entry.
 #include <string>
 
 #include "engine/interior_demosaic.h"
@@ -35,7 +34,6 @@ OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_transform_interior_16_to_48_vecto
                                                             const unsigned short* input_buffer,
                                                             unsigned short* output_buffer) {
   ++companion().transforms;
-  if (companion().transform_throws) throw std::runtime_error("companion failure");
   with_color_format(color_format, [&](auto format) {
     demosaic_interior_using_color_phase<format()>(width, height, origin_x, origin_y, input_buffer,
                                                   output_buffer, phase);

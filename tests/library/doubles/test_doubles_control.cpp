@@ -14,7 +14,6 @@ void reset() {
   for (Companion& companion : s.companions) {
     companion.initialized = companion.transforms = companion.terminated = 0;
     companion.initialize_result = 0;
-    companion.transform_throws = false;
   }
   s.logger_open_fails = false;
   s.records.clear();

@@ -16,18 +16,14 @@ struct Logged_record {
   int priority;
   std::string file;
   int line;
-  std::string function;
-  std::string message;
+  std::string function, message;
 };
 
 // One fake companion's calls (atomic: transforms run concurrently) and the
 // behaviour the test chose for it.
 struct Companion {
-  std::atomic<int> initialized{0};
-  std::atomic<int> transforms{0};
-  std::atomic<int> terminated{0};
+  std::atomic<int> initialized{0}, transforms{0}, terminated{0};
   int initialize_result = 0;
-  bool transform_throws = false;
 };
 
 struct State {

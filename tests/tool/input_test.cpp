@@ -1,0 +1,301 @@
+// Inputs as the tool reads them, recognised by their content: TIFF in every
+// layout, camera raw (DNG through LibRaw), small and crafted files of every
+// kind, and the child process the camera raw decoder runs in.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <thread>
+#include <tuple>
+
+#include "bayer_pattern.h"
+#include "decoder_process.h"
+#include "file_bytes.h"
+#include "input_reader.h"
+#include "tool_test_support.h"
+
+namespace {
+
+using namespace std::string_literals;
+using oqa_tool::Mosaic_image;
+using tool_test::Scratch_folder;
+
+class Tiff_layouts : public testing::TestWithParam<std::tuple<const char*, std::uint16_t, bool>> {};
+
+TEST_P(Tiff_layouts, ReadWhatLibtiffWrote) {
+  const auto [mode, compression, tiled] = GetParam();
+  const Scratch_folder folder;
+  const auto samples = tool_test::random_samples(45 * 27, 5);
+  ASSERT_TRUE(
+      tool_test::write_tiff(folder.file("mono.tif"), {mode, compression, tiled}, 45, 27, samples));
+  const Mosaic_image image = oqa_tool::read_mosaic_file(folder.file("mono.tif"), {});
+  EXPECT_EQ(image.width, 45);
+  EXPECT_EQ(image.samples, samples);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Layouts, Tiff_layouts,
+    testing::Combine(testing::Values("wl", "wb"),
+                     testing::Values(COMPRESSION_NONE, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_LZW),
+                     testing::Bool()));
+
+struct Margins {
+  std::uint32_t top, left, bottom, right;
+};
+
+class Camera_raw_pattern
+    : public testing::TestWithParam<std::tuple<QN_COLOR_FILTER_ARRAY_PHASE, Margins>> {};
+
+TEST_P(Camera_raw_pattern, ReadsTheVisibleAreaWithThePatternAtItsTopLeft) {
+  const auto [phase, margins] = GetParam();
+  tool_test::Dng_description dng(41, 33, 7 + phase);
+  for (int i = 0; i < 4; ++i) {
+    dng.cfa_pattern[i] = static_cast<std::uint8_t>(oqa_tool::colour_at(phase, i / 2, i % 2));
+  }
+  dng.active_area = {margins.top, margins.left, 33 - margins.bottom, 41 - margins.right};
+  const Scratch_folder folder;
+  ASSERT_TRUE(tool_test::write_dng(folder.file("frame.dng"), dng));
+  const Mosaic_image image = oqa_tool::read_mosaic_file(folder.file("frame.dng"), {});
+
+  // LibRaw starts the visible area on an even raw row and column; DNG's
+  // pattern starts at the active area's top-left.
+  const int top = static_cast<int>((margins.top + 1) & ~1U);
+  const int left = static_cast<int>((margins.left + 1) & ~1U);
+  const int width = 41 - left - static_cast<int>(margins.right);
+  const int height = 33 - top - static_cast<int>(margins.bottom);
+  ASSERT_EQ(image.width, width);
+  ASSERT_EQ(image.height, height);
+  std::vector<std::uint16_t> visible;
+  for (int y = top; y < top + height; ++y) {
+    const auto row = dng.samples.begin() + y * 41 + left;
+    visible.insert(visible.end(), row, row + width);
+  }
+  EXPECT_EQ(image.samples, visible);
+  ASSERT_TRUE(image.phase.has_value());
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(oqa_tool::colour_at(*image.phase, i / 2, i % 2),
+              oqa_tool::colour_at(phase, top - static_cast<int>(margins.top) + i / 2,
+                                  left - static_cast<int>(margins.left) + i % 2));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    PatternsAndMargins, Camera_raw_pattern,
+    testing::Combine(testing::Values(QN_CFA_PHASE_RED, QN_CFA_PHASE_BLUE,
+                                     QN_CFA_PHASE_GREEN_IN_RED_ROW, QN_CFA_PHASE_GREEN_IN_BLUE_ROW),
+                     testing::Values(Margins{0, 0, 0, 0}, Margins{1, 3, 2, 1}, Margins{2, 1, 1, 2},
+                                     Margins{3, 2, 0, 0})));
+
+TEST(Camera_raw_levels, NormalizeMapsBlackToZeroAndWhiteToFullScale) {
+  tool_test::Dng_description dng(32, 24, 3);
+  dng.black_level = 1000;
+  dng.white_level = 5000;
+  // Black, white, midway, below black, above white.
+  const std::vector<std::uint16_t> recorded{1000, 5000, 3000, 10, 60000};
+  std::copy(recorded.begin(), recorded.end(), dng.samples.begin());
+  const Scratch_folder folder;
+  const std::string path = folder.file("levels.dng");
+  ASSERT_TRUE(tool_test::write_dng(path, dng));
+
+  EXPECT_EQ(oqa_tool::read_mosaic_file(path, {}).samples, dng.samples);
+  const auto normalized = oqa_tool::read_mosaic_file(path, {std::nullopt, {true}}).samples;
+  EXPECT_EQ(std::vector<std::uint16_t>(normalized.begin(), normalized.begin() + 5),
+            (std::vector<std::uint16_t>{0, 65535, 32768, 0, 65535}));
+}
+
+// Writes the file to `path`.
+using Writer = std::function<void(const std::string& path)>;
+
+Writer text(const std::string& bytes, std::size_t zero_bytes = 0) {
+  return [=](const std::string& path) {
+    tool_test::write_file(path, bytes + std::string(zero_bytes, '\0'));
+  };
+}
+
+std::string noise(std::size_t size) {
+  const std::vector<std::uint16_t> samples = tool_test::random_samples(size / 2, 5);
+  return {reinterpret_cast<const char*>(samples.data()), size};
+}
+
+Writer dng(std::array<std::uint8_t, 4> cfa = {0, 1, 1, 2}) {
+  return [=](const std::string& path) {
+    tool_test::Dng_description dng(64, 48, 3);
+    dng.cfa_pattern = cfa;
+    EXPECT_TRUE(tool_test::write_dng(path, dng));
+  };
+}
+
+Writer tiff(const tool_test::Tiff_layout& layout) {
+  return [=](const std::string& path) {
+    const auto samples = tool_test::random_samples(45 * 27 * 3, 9);
+    EXPECT_TRUE(tool_test::write_tiff(path, layout, 45, 27, samples));
+  };
+}
+
+// The file with entries of its first directory rewritten.
+Writer retagged(const Writer& write, const std::vector<tool_test::Tiff_entry>& entries) {
+  return [=](const std::string& path) {
+    write(path);
+    EXPECT_TRUE(tool_test::rewrite_tiff_entries(path, entries));
+  };
+}
+
+Writer sides(const Writer& write, std::uint16_t width_tag, std::uint32_t size) {
+  const std::uint16_t height_tag =
+      width_tag == TIFFTAG_TILEWIDTH ? TIFFTAG_TILELENGTH : TIFFTAG_IMAGELENGTH;
+  return retagged(write, {{width_tag, false, size}, {height_tag, false, size}});
+}
+
+// The file cut, or grown sparse (no disk used), to `size` bytes.
+Writer sized(const Writer& write, std::uint64_t size) {
+  return [=](const std::string& path) {
+    write(path);
+    std::filesystem::resize_file(path, size);
+  };
+}
+
+struct Crafted_input {
+  const char* name;
+  Writer write;
+  std::string message_part;
+  std::optional<oqa_tool::Frame_size> headerless = std::nullopt;
+};
+
+class Crafted_file : public testing::TestWithParam<Crafted_input> {};
+
+// Read in a child process whose address space may grow by 256 MiB only, so
+// that a reader which allocates what a file merely claims fails its case,
+// and so does one that crashes. A file that reads gives its size and samples.
+TEST_P(Crafted_file, GivesItsLineWithinBoundedMemory) {
+  const Scratch_folder folder;
+  const std::string path = folder.file("input");
+  GetParam().write(path);
+  const oqa_tool::Read_options options{GetParam().headerless, {}};
+  EXPECT_EXIT(
+      {
+        oqa_tool::limit_address_space(std::uint64_t{256} << 20);
+        const std::string error = tool_test::error_of([&] {
+          const Mosaic_image image = oqa_tool::read_mosaic_file(path, options);
+          std::fprintf(stderr, "read %dx%d:", image.width, image.height);
+          for (const std::uint16_t sample : image.samples) {
+            std::fprintf(stderr, " %x", sample);
+          }
+        });
+        std::fputs(error.c_str(), stderr);
+        std::_Exit(0);
+      },
+      testing::ExitedWithCode(0), GetParam().message_part);
+}
+
+const tool_test::Tiff_layout one_strip{"wl", COMPRESSION_NONE, false, 1, 16, 27};
+const tool_test::Tiff_layout tiles{"wl", COMPRESSION_NONE, true};
+const tool_test::Tiff_layout deflate{"wb", COMPRESSION_ADOBE_DEFLATE};
+const std::string not_bayer = "not a 2x2 Bayer pattern";
+const std::string one_channel = "single-channel 16-bit";
+const std::string huge_strips = "16384x16384 samples need 536870912 bytes";
+const std::string four_samples = "\x12\x34\xAB\xCD\x00\x01\xFF\x00"s;
+const std::uint64_t two_gib = std::uint64_t{1} << 31;
+
+// The directory of a TIFF (or DNG) written by libtiff comes last: a file cut
+// short loses it whole, whatever the layout, while a strip that starts too
+// late runs past the end of a file with its directory intact.
+const Crafted_input crafted_inputs[] = {
+    {"PgmSixteenBitIsBigEndian", text("P5\n2 2\n65535\n" + four_samples),
+     "read 2x2: 1234 abcd 1 ff00"},
+    {"PgmEightBit", text("P5 3 2 255\n\x00\x01\x02\x80\xFE\xFF"s), "read 3x2: 0 1 2 80 fe ff"},
+    {"PgmComments", text("P5\n# made by hand\n2 # width\n2\n4095\n\0\1\0\2\0\3\x0F\xFF"s),
+     "read 2x2: 1 2 3 fff"},
+    {"HeaderlessIsLittleEndian", text(four_samples), "read 2x2: 3412 cdab 100 ff", {{2, 2}}},
+    {"DngPatternLongerThanItsCell", retagged(dng(), {tool_test::long_pattern}),
+     "the camera raw decoder crashed on this file"},
+    {"DngLosslessJpegOfGarbage", retagged(dng(), {tool_test::garbage_data}),
+     "truncated or corrupt camera raw data"},
+    {"RandomBytesBehindXpds", text("XPDS" + noise(4092)), "cannot come from a file of 4096 bytes"},
+    {"DngTwoRedsInACell", dng({0, 0, 1, 2}), not_bayer},
+    {"DngGreensInARow", dng({1, 1, 0, 2}), not_bayer},
+    {"TiffCutBeforeItsDirectory", sized(tiff(deflate), 900), "corrupt TIFF file"},
+    {"TiffStripPastTheEnd", retagged(tiff(one_strip), {{TIFFTAG_STRIPOFFSETS, false, 2000}}),
+     "truncated or corrupt TIFF data"},
+    {"TiffEightBit", tiff({"wl", COMPRESSION_NONE, false, 1, 8}), one_channel},
+    {"TiffRgb", tiff({"wl", COMPRESSION_NONE, false, 3, 16}), one_channel},
+    {"TiffHugeTiles", sides(tiff(tiles), TIFFTAG_TILEWIDTH, 32768),
+     "32768x32768 tiles for a 45x27 image"},
+    {"TiffHugeStrips", sides(tiff({}), TIFFTAG_IMAGEWIDTH, 16384), huge_strips},
+    {"TiffHugeDeflateStrips",
+     sides(tiff({"wl", COMPRESSION_ADOBE_DEFLATE}), TIFFTAG_IMAGEWIDTH, 16384), huge_strips},
+    {"RawShort", text("", 7), "truncated headerless frame", {{2, 2}}},
+    {"RawLong", text("", 10), "too long headerless frame", {{2, 2}}},
+    {"RawOneColumn", text("", 4), "at least 2x2", {{1, 2}}},
+    {"RawHuge", sized(text(""), two_gib), "needs 8 bytes, the file has 2147483648", {{2, 2}}},
+    {"OverInputCap", sized(text(""), oqa_tool::max_input_bytes + 1),
+     "larger than 1073741824 bytes"},
+    {"PgmTruncated", text("P5\n4 4\n65535\n", 31), "truncated"},
+    {"PgmTruncatedEightBit", text("P5\n4 4\n255\n", 15), "truncated"},
+    {"PgmOneColumn", text("P5\n1 8\n255\n", 8), "at least 2x2"},
+    {"PgmZeroRows", text("P5\n8 0\n255\n"), "at least 2x2"},
+    {"PgmMaxvalZero", text("P5\n2 2\n0\n", 4), "maxval"},
+    {"PgmMaxvalTooLarge", text("P5\n2 2\n65536\n", 8), "maxval"},
+    {"PgmHeightMissing", text("P5\n2\n"), "height missing"},
+    {"PgmHugeWidth", text("P5\n99999999999 2\n255\n"), "too large"},
+    {"PgmTooManyPixels", text("P5\n100000 100000\n255\n"), "larger than"},
+    {"PgmNoSeparator", text("P5\n2 2\n255"), "not terminated"},
+    {"AsciiPgm", text("P2\n2 2\n255\n", 4), "unrecognised"}};
+
+INSTANTIATE_TEST_SUITE_P(Files, Crafted_file, testing::ValuesIn(crafted_inputs),
+                         tool_test::row_name);
+
+struct Decoder_end {
+  const char* name;
+  Mosaic_image (*decode)();
+  const char* message;
+};
+
+class Decoder_process_end : public testing::TestWithParam<Decoder_end> {};
+
+TEST_P(Decoder_process_end, IsOneLine) {
+  if (GetParam().name == "Runaway"s && oqa_tool::sanitized_build) {
+    GTEST_SKIP() << "no memory limit in sanitizer builds";
+  }
+  const oqa_tool::Decoder_limits limits{std::chrono::milliseconds(300), 64 << 20};
+  EXPECT_EQ(tool_test::error_of(
+                [&] { oqa_tool::run_decoder_process("test decoder", limits, GetParam().decode); }),
+            GetParam().message);
+}
+
+Mosaic_image crash() { std::abort(); }
+Mosaic_image hang() {
+  std::this_thread::sleep_for(std::chrono::hours(1));
+  return {};
+}
+Mosaic_image runaway() { return {2, 2, std::vector<std::uint16_t>(std::size_t{1} << 29), {}}; }
+Mosaic_image two_lines() { throw oqa_tool::Image_io_error("two\nlines\x1b[2J"); }
+
+const Decoder_end decoder_ends[] = {
+    {"Crash", crash, "the test decoder crashed on this file"},
+    {"Hang", hang, "the test decoder took too long on this file"},
+    {"Runaway", runaway, "the test decoder ran out of memory on this file"},
+    {"MessageOfTwoLines", two_lines, "two?lines?[2J"}};
+
+INSTANTIATE_TEST_SUITE_P(Ends, Decoder_process_end, testing::ValuesIn(decoder_ends),
+                         tool_test::row_name);
+
+// A decoder that leaves its buffer unwritten hands back zeros, not what this
+// process freed before (another file's samples).
+TEST(Decoder_process, AllocationsStartZeroed) {
+  if (oqa_tool::sanitized_build) {
+    GTEST_SKIP() << "sanitizer allocators fill blocks their own way";
+  }
+  constexpr std::size_t count = 16 * 1024;  // from the heap, not a fresh mapping
+  {
+    std::vector<std::uint16_t> stale(count, 0xABCD);
+    asm volatile("" : : "r"(stale.data()) : "memory");  // keep the fill
+  }
+  const Mosaic_image image =
+      oqa_tool::run_decoder_process("test decoder", {std::chrono::seconds(10), 64 << 20}, [] {
+        const std::unique_ptr<std::uint16_t[]> unwritten(new std::uint16_t[count]);
+        return Mosaic_image{128, 128, {unwritten.get(), unwritten.get() + count}, std::nullopt};
+      });
+  EXPECT_EQ(std::count(image.samples.begin(), image.samples.end(), 0), count);
+}
+
+}  // namespace
