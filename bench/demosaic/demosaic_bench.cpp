@@ -199,7 +199,7 @@ std::string size_name(Frame_size size) {
   return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
-std::string library_run(int level, int format, Frame_size size) {
+std::string library_run(int level, int format, Frame_size const& size) {
   return std::string("demosaic/") + level_names[level] + "/" + format_names[format] + "/" +
          size_name(size);
 }
