@@ -42,37 +42,36 @@ struct Image_header {
 // Longest refusal message taken back from the child.
 constexpr std::size_t max_message_bytes = 512;
 
-bool write_all(int fd, const void* data, std::size_t size) {
-  const auto* bytes = static_cast<const std::uint8_t*>(data);
-  while (size > 0) {
-    const ssize_t count = ::write(fd, bytes, size);
+// Calls transfer(bytes, size, done) until all size bytes have gone, resuming
+// after a short count or EINTR; false on an error or end of file.
+template <class Byte, class Transfer>
+bool transfer_all(Byte* bytes, std::size_t size, Transfer transfer) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t count = transfer(bytes + done, size - done, done);
     if (count < 0 && errno == EINTR) {
       continue;
     }
     if (count <= 0) {
       return false;
     }
-    bytes += count;
-    size -= static_cast<std::size_t>(count);
+    done += static_cast<std::size_t>(count);
   }
   return true;
 }
 
+bool write_all(int fd, const void* data, std::size_t size) {
+  return transfer_all(static_cast<const std::uint8_t*>(data), size,
+                      [fd](const std::uint8_t* from, std::size_t count, std::size_t) {
+                        return ::write(fd, from, count);
+                      });
+}
+
 bool read_all_at(int fd, void* data, std::size_t size, off_t offset) {
-  auto* bytes = static_cast<std::uint8_t*>(data);
-  while (size > 0) {
-    const ssize_t count = ::pread(fd, bytes, size, offset);
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
-    if (count <= 0) {
-      return false;
-    }
-    bytes += count;
-    size -= static_cast<std::size_t>(count);
-    offset += count;
-  }
-  return true;
+  return transfer_all(static_cast<std::uint8_t*>(data), size,
+                      [fd, offset](std::uint8_t* to, std::size_t count, std::size_t done) {
+                        return ::pread(fd, to, count, offset + static_cast<off_t>(done));
+                      });
 }
 
 [[noreturn]] void run_child(const Decoder_limits& limits,

@@ -64,6 +64,19 @@ int rename_no_replace(int folder, const std::string& from, const std::string& to
   return 0;
 }
 
+int open_output_folder(const std::string& path) {
+  int descriptor = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0 && errno == EACCES) {
+    // A folder one may write in but not list still takes outputs; only its
+    // final fsync is then left out.
+    descriptor = ::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  }
+  if (descriptor < 0) {
+    throw_errno("cannot open the output folder");
+  }
+  return descriptor;
+}
+
 }  // namespace
 
 Output_place place_of(const std::string& target) {
@@ -72,19 +85,7 @@ Output_place place_of(const std::string& target) {
   return {folder.empty() ? "." : folder, path.filename().string()};
 }
 
-Output_folder::Output_folder(const std::string& path)
-    : descriptor_(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-  if (descriptor_ < 0 && errno == EACCES) {
-    // A folder one may write in but not list still takes outputs; only its
-    // final fsync is then left out.
-    descriptor_ = ::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  }
-  if (descriptor_ < 0) {
-    throw_errno("cannot open the output folder");
-  }
-}
-
-Output_folder::~Output_folder() { ::close(descriptor_); }
+Output_folder::Output_folder(const std::string& path) : descriptor_(open_output_folder(path)) {}
 
 Atomic_output_file::Atomic_output_file(const Output_folder& folder, std::string name,
                                        bool overwrite, std::span<const Protected_file> inputs)

@@ -12,6 +12,8 @@
 #include <span>
 #include <string>
 
+#include "file_bytes.h"
+
 namespace oqa_tool {
 
 // An output path split into its folder ("." when it has none) and its name.
@@ -26,14 +28,11 @@ class Output_folder {
  public:
   // Throws Image_io_error ("cannot open the output folder: ...").
   explicit Output_folder(const std::string& path);
-  Output_folder(const Output_folder&) = delete;
-  Output_folder& operator=(const Output_folder&) = delete;
-  ~Output_folder();
 
-  int descriptor() const { return descriptor_; }
+  int descriptor() const { return descriptor_.get(); }
 
  private:
-  int descriptor_;
+  File_descriptor descriptor_;
 };
 
 // A file no output may replace: an input of the run.
