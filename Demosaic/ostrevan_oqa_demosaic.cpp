@@ -85,61 +85,53 @@ int demosaic_transform_impl(int width, int height, int origin_x, int origin_y,
   if (log == nullptr) {
     return QN_DEMOSAIC_MODULE_NOT_INITIALIZED;
   }
-  if (width < 2) {
-    log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl",
-             "%s Illegal input image width (%d) specified!", error_prefix, width);
-    return QN_DEMOSAIC_INVALID_IMAGE_WIDTH;
-  }
-  if (height < 2) {
-    log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl",
-             "%s Illegal input image height (%d) specified!", error_prefix, height);
-    return QN_DEMOSAIC_INVALID_IMAGE_HEIGHT;
-  }
-  if (input_buffer == nullptr) {
-    log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl",
-             "%s NULL input buffer pointer specified!", error_prefix);
-    return QN_DEMOSAIC_NULL_INPUT_BUFFER;
-  }
-  if (output_buffer == nullptr) {
-    log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl",
-             "%s NULL output buffer pointer specified!", error_prefix);
-    return QN_DEMOSAIC_NULL_OUTPUT_BUFFER;
-  }
-  if (input_buffer == output_buffer) {
-    log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl",
-             "%s Separate input and output buffers must be specified!", error_prefix);
-    return QN_DEMOSAIC_SAME_INPUT_AND_OUTPUT_BUFFER;
-  }
-  if (static_cast<int>(phase) < QN_CFA_PHASE_RED ||
-      static_cast<int>(phase) > QN_CFA_PHASE_GREEN_IN_BLUE_ROW) {
-    log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl",
-             "%s Invalid color filter array phase specified!", error_prefix);
-    return QN_DEMOSAIC_INVALID_COLOR_FILTER_ARRAY_PHASE;
-  }
-  if (static_cast<int>(color_format) < QN_COLOR_FORMAT_BGR_PLANAR ||
-      static_cast<int>(color_format) > QN_COLOR_FORMAT_RGB_INTERLEAVED) {
-    log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl",
-             "%s Invalid output color format specified!", error_prefix);
-    return QN_DEMOSAIC_INVALID_OUTPUT_COLOR_FORMAT;
-  }
-  if (static_cast<int>(color_filter_type) != QN_COLOR_FILTER_TYPE_BAYER) {
-    log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl",
-             "%s Unknown color filter type - unable to demosaic the image!", error_prefix);
-    return QN_DEMOSAIC_UNKNOWN_COLOR_FILTER_TYPE;
-  }
-  if (bit_depth > 16) {
-    log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl",
-             "%s Unsupported bit depth of %d specified!", error_prefix, bit_depth);
-    return QN_DEMOSAIC_UNSUPPORTED_BIT_DEPTH;
+  // The argument tests in the order they are made; the first that fails is
+  // logged (its "%s" takes the prefix, a "%d" the value) and returned.
+  struct Argument_test {
+    bool fails;
+    QN_DEMOSAIC_ERROR code;
+    char const* format;
+    int value;
+  };
+  Argument_test const tests[] = {
+      {width < 2, QN_DEMOSAIC_INVALID_IMAGE_WIDTH, "%s Illegal input image width (%d) specified!",
+       width},
+      {height < 2, QN_DEMOSAIC_INVALID_IMAGE_HEIGHT,
+       "%s Illegal input image height (%d) specified!", height},
+      {input_buffer == nullptr, QN_DEMOSAIC_NULL_INPUT_BUFFER,
+       "%s NULL input buffer pointer specified!", 0},
+      {output_buffer == nullptr, QN_DEMOSAIC_NULL_OUTPUT_BUFFER,
+       "%s NULL output buffer pointer specified!", 0},
+      {input_buffer == output_buffer, QN_DEMOSAIC_SAME_INPUT_AND_OUTPUT_BUFFER,
+       "%s Separate input and output buffers must be specified!", 0},
+      {static_cast<int>(phase) < QN_CFA_PHASE_RED ||
+           static_cast<int>(phase) > QN_CFA_PHASE_GREEN_IN_BLUE_ROW,
+       QN_DEMOSAIC_INVALID_COLOR_FILTER_ARRAY_PHASE,
+       "%s Invalid color filter array phase specified!", 0},
+      {static_cast<int>(color_format) < QN_COLOR_FORMAT_BGR_PLANAR ||
+           static_cast<int>(color_format) > QN_COLOR_FORMAT_RGB_INTERLEAVED,
+       QN_DEMOSAIC_INVALID_OUTPUT_COLOR_FORMAT, "%s Invalid output color format specified!", 0},
+      {static_cast<int>(color_filter_type) != QN_COLOR_FILTER_TYPE_BAYER,
+       QN_DEMOSAIC_UNKNOWN_COLOR_FILTER_TYPE,
+       "%s Unknown color filter type - unable to demosaic the image!", 0},
+      {bit_depth > 16, QN_DEMOSAIC_UNSUPPORTED_BIT_DEPTH,
+       "%s Unsupported bit depth of %d specified!", bit_depth},
+  };
+  for (Argument_test const& test : tests) {
+    if (test.fails) {
+      log->log(OQA_LOG_ERROR, __FILE__, __LINE__, "demosaic_transform_impl", test.format,
+               error_prefix, test.value);
+      return test.code;
+    }
   }
 
   OQATimer const timer("demosaic", log, __FILE__, __LINE__, "demosaic_transform_impl");
   Vector_demosaic_module const* const module = vector_module_for_level(instruction_set_level);
-  with_color_format(color_format, [&](auto format) {
+  bool const known_format = with_color_format(color_format, [&](auto format) {
     demosaic_whole_image<format()>(width, height, origin_x, origin_y, phase, input_buffer,
                                    output_buffer, module);
   });
-  return QN_DEMOSAIC_NO_ERROR;
+  return known_format ? QN_DEMOSAIC_NO_ERROR : QN_DEMOSAIC_INVALID_OUTPUT_COLOR_FORMAT;
 }
 
 }  // namespace

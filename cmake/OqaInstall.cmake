@@ -21,20 +21,10 @@ endif()
 # The companions and the logger are opened by their unversioned file names,
 # so those names (not just a development symlink) belong to the runtime, in
 # the same folder as the main library.
-foreach(module ostrevan_oqa_demosaic_vector_sse ostrevan_oqa_demosaic_vector_avx2
-               ostrevan_oqa_demosaic_vector_avx512 ostrevan_oqa_logger)
-  if(TARGET ${module})
-    install(TARGETS ${module}
-            LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime
-                    NAMELINK_COMPONENT Runtime)
-  endif()
-endforeach()
+install(TARGETS ${OQA_RUNTIME_MODULES}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Runtime)
 
 if(TARGET oqa-demosaic)
-  # A plain RPATH to the neighbouring library folder: it also applies to the
-  # libraries that the main library opens by name at initialise.
-  set_target_properties(oqa-demosaic PROPERTIES
-    INSTALL_RPATH "\$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS oqa-demosaic RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Runtime)
 endif()
 

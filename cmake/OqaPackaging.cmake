@@ -17,4 +17,13 @@ set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE amd64)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_STRIP_FILES ON)
+# The Python package's interpreter and numpy, which shlibdeps cannot see; they
+# are merged with what it finds.
+get_property(oqa_python_depends GLOBAL PROPERTY OQA_DEBIAN_PYTHON_DEPENDS)
+if(oqa_python_depends)
+  if(CPACK_DEBIAN_PACKAGE_DEPENDS)
+    string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", ")
+  endif()
+  string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS "${oqa_python_depends}")
+endif()
 include(CPack)

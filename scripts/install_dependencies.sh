@@ -10,6 +10,14 @@ packages=(
   libspdlog-dev libfmt-dev                               # the logger library
   libcli11-dev libtiff-dev libpng-dev libraw-dev         # the oqa-demosaic tool
   libopencv-dev                                          # benchmark peer
+  python3-dev pybind11-dev python3-numpy python3-pytest  # the Python package
+  python3-dask python3-distributed python3-tifffile      # the Dask example
+  python3-opencv                                         # Python benchmark peer
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev   # the GStreamer element
+  gstreamer1.0-tools gstreamer1.0-plugins-base           # pipelines in its tests
+  gstreamer1.0-plugins-good gstreamer1.0-plugins-bad     # bayer2rgb, the element's peer
+  libcfitsio-dev                                         # FITS in oqa-demosaic
+  dcraw                                                  # oqa-demosaic's benchmark peer
   clang libclang-rt-dev clang-tidy cppcheck              # fuzzing and static analysis
   dpkg-dev file                                          # .deb packaging
 )

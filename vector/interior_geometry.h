@@ -32,7 +32,7 @@ inline Interior_request describe_interior(int width, int height, int origin_x, i
   request.odd_rows_are_red = first == QN_CFA_PHASE_RED || first == QN_CFA_PHASE_GREEN_IN_RED_ROW;
   request.odd_rows_coloured_on_odd_columns =
       first == QN_CFA_PHASE_RED || first == QN_CFA_PHASE_BLUE;
-  request.layout = static_cast<Output_layout>(color_format);
+  request.layout = color_format;
   request.streaming = false;
   request.narrow_vectors = false;
   return request;

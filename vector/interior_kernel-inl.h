@@ -551,7 +551,7 @@ HWY_INLINE void demosaic_rows_through(D d, oqa_vector::Interior_request const& r
   std::size_t const width = request.width;
   std::size_t const n = width - 2;
   bool const pairs = row_stride_bytes % (hn::Lanes(d) * sizeof(std::uint16_t)) == 0;
-  bool const blue_first = request.layout == oqa_vector::Output_layout::bgr_interleaved;
+  bool const blue_first = request.layout == QN_COLOR_FORMAT_BGR_INTERLEAVED;
   auto const input_row = [&](std::size_t r) { return request.input + r * width; };
   for (std::size_t r = 1; r + 1 < request.height;) {
     bool const odd_row = (r & 1) != 0;
@@ -579,7 +579,7 @@ HWY_INLINE void demosaic_rows(D d, oqa_vector::Interior_request const& request) 
   std::size_t const width = request.width;
   std::uint16_t* const output = request.output;
   auto const is_red = [&](std::size_t r) { return ((r & 1) != 0) == request.odd_rows_are_red; };
-  if (request.layout == oqa_vector::Output_layout::bgr_planar) {
+  if (request.layout == QN_COLOR_FORMAT_BGR_PLANAR) {
     std::size_t const plane = width * request.height;
     demosaic_rows_through(d, request, width * sizeof(std::uint16_t), [&](std::size_t r) {
       std::uint16_t* const blue = output + r * width + 1;

@@ -5,9 +5,9 @@
 
 #include <cstddef>
 
-namespace oqa_vector {
+#include "ostrevan_oqa_demosaic.h"
 
-enum class Output_layout : int { bgr_planar = 0, bgr_interleaved = 1, rgb_interleaved = 2 };
+namespace oqa_vector {
 
 struct Interior_request {
   const unsigned short* input;  // width * height samples
@@ -18,7 +18,7 @@ struct Interior_request {
   bool odd_rows_are_red;
   // In rows 1, 3, 5, ... the red/blue filter sits on odd columns (else green does).
   bool odd_rows_coloured_on_odd_columns;
-  Output_layout layout;
+  QN_COLOR_FORMAT layout;
   // Non-temporal stores: worth it only when the output is far larger than
   // the caches, where they save reading every output line before writing it.
   bool streaming;

@@ -28,10 +28,10 @@ struct Store_plan {
 constexpr std::size_t interleaved_streaming_threshold_bytes = std::size_t{16} << 20;
 constexpr std::size_t planar_streaming_threshold_bytes = std::size_t{40} << 20;
 
-inline Store_plan plan_stores(Output_layout layout, std::size_t output_bytes) {
-  bool const streaming =
-      output_bytes >= (layout == Output_layout::bgr_planar ? planar_streaming_threshold_bytes
-                                                           : interleaved_streaming_threshold_bytes);
+inline Store_plan plan_stores(QN_COLOR_FORMAT layout, std::size_t output_bytes) {
+  bool const streaming = output_bytes >= (layout == QN_COLOR_FORMAT_BGR_PLANAR
+                                              ? planar_streaming_threshold_bytes
+                                              : interleaved_streaming_threshold_bytes);
   return {streaming, false};
 }
 

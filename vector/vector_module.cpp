@@ -21,33 +21,20 @@
 
 namespace {
 
-int check_arguments(int width, int height, QN_COLOR_FILTER_ARRAY_PHASE phase,
+// The library validates every argument before calling (and there the
+// order, codes and messages are kept); these are only the conditions under
+// which the kernel would read or write out of bounds, or has nothing to do
+// (width or height 2: no interior).
+bool kernel_can_run(int width, int height, QN_COLOR_FILTER_ARRAY_PHASE phase,
                     QN_COLOR_FORMAT color_format, const unsigned short* input_buffer,
                     const unsigned short* output_buffer) {
-  if (width < 2) {
-    return QN_DEMOSAIC_INVALID_IMAGE_WIDTH;
-  }
-  if (height < 2) {
-    return QN_DEMOSAIC_INVALID_IMAGE_HEIGHT;
-  }
-  if (input_buffer == nullptr) {
-    return QN_DEMOSAIC_NULL_INPUT_BUFFER;
-  }
-  if (output_buffer == nullptr) {
-    return QN_DEMOSAIC_NULL_OUTPUT_BUFFER;
-  }
-  if (input_buffer == output_buffer) {
-    return QN_DEMOSAIC_SAME_INPUT_AND_OUTPUT_BUFFER;
-  }
-  if (static_cast<int>(phase) < QN_CFA_PHASE_RED ||
-      static_cast<int>(phase) > QN_CFA_PHASE_GREEN_IN_BLUE_ROW) {
-    return QN_DEMOSAIC_INVALID_COLOR_FILTER_ARRAY_PHASE;
-  }
-  if (static_cast<int>(color_format) < QN_COLOR_FORMAT_BGR_PLANAR ||
-      static_cast<int>(color_format) > QN_COLOR_FORMAT_RGB_INTERLEAVED) {
-    return QN_DEMOSAIC_INVALID_OUTPUT_COLOR_FORMAT;
-  }
-  return QN_DEMOSAIC_NO_ERROR;
+  auto const in_range = [](int value, int first, int last) {
+    return value >= first && value <= last;
+  };
+  return width > 2 && height > 2 && input_buffer != nullptr && output_buffer != nullptr &&
+         input_buffer != output_buffer &&
+         in_range(phase, QN_CFA_PHASE_RED, QN_CFA_PHASE_GREEN_IN_BLUE_ROW) &&
+         in_range(color_format, QN_COLOR_FORMAT_BGR_PLANAR, QN_COLOR_FORMAT_RGB_INTERLEAVED);
 }
 
 }  // namespace
@@ -55,15 +42,10 @@ int check_arguments(int width, int height, QN_COLOR_FILTER_ARRAY_PHASE phase,
 extern "C" {
 
 QN_DEMOSAIC_EXPORT int OQA_INITIALIZE_ENTRY(void) {
-#ifdef OQA_VECTOR_FORCE_DECLINE
-  // Test build: stands for a processor that lacks this level.
-  return 1;
-#else
   return oqa_vector::processor_supports(static_cast<oqa_vector::Vector_level>(OQA_VECTOR_LEVEL),
                                         oqa_vector::read_processor_words())
              ? 0
              : 1;
-#endif
 }
 
 QN_DEMOSAIC_EXPORT int OQA_TRANSFORM_ENTRY(int width, int height, int origin_x, int origin_y,
@@ -71,12 +53,8 @@ QN_DEMOSAIC_EXPORT int OQA_TRANSFORM_ENTRY(int width, int height, int origin_x, 
                                            QN_COLOR_FORMAT color_format,
                                            const unsigned short* input_buffer,
                                            unsigned short* output_buffer) {
-  // The library validates every argument before calling; the same checks
-  // here give a direct caller a result code instead of a fault.
-  int const rejected =
-      check_arguments(width, height, phase, color_format, input_buffer, output_buffer);
-  if (rejected != QN_DEMOSAIC_NO_ERROR || width == 2 || height == 2) {
-    return rejected;  // width or height 2: no interior, nothing to write
+  if (!kernel_can_run(width, height, phase, color_format, input_buffer, output_buffer)) {
+    return width == 2 || height == 2 ? 0 : 1;
   }
   oqa_vector::Interior_request request = oqa_vector::describe_interior(
       width, height, origin_x, origin_y, phase, color_format, input_buffer, output_buffer);
@@ -84,14 +62,6 @@ QN_DEMOSAIC_EXPORT int OQA_TRANSFORM_ENTRY(int width, int height, int origin_x, 
   oqa_vector::Store_plan const plan = oqa_vector::plan_stores(request.layout, output_bytes);
   request.streaming = plan.streaming;
   request.narrow_vectors = plan.narrow_vectors;
-#ifdef OQA_VECTOR_FORCE_DECLINE
-  // Test build: a declined module must never be called, so a call shows up
-  // as a damaged interior.
-  for (std::size_t sample = 0; sample < 3 * request.width * request.height; ++sample) {
-    output_buffer[sample] = 0xDEAD;
-  }
-  return 0;
-#endif
   OQA_KERNEL_NAMESPACE::demosaic_interior(request);
   if (request.streaming) {
     // Non-temporal stores are weakly ordered: make them visible before the

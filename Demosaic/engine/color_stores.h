@@ -77,9 +77,9 @@ using Store_for_format_t = typename Store_for_format<F>::type;
 
 // Calls visit(std::integral_constant<QN_COLOR_FORMAT, F>{}) for the run-time
 // format: the one place where a format value becomes a template argument.
-// Out-of-range values call nothing.
+// Returns false, having called nothing, for a value that names no format.
 template <typename Visitor>
-void with_color_format(QN_COLOR_FORMAT format, Visitor&& visit) {
+[[nodiscard]] bool with_color_format(QN_COLOR_FORMAT format, Visitor&& visit) {
   switch (format) {
     case QN_COLOR_FORMAT_BGR_PLANAR:
       visit(std::integral_constant<QN_COLOR_FORMAT, QN_COLOR_FORMAT_BGR_PLANAR>{});
@@ -90,7 +90,10 @@ void with_color_format(QN_COLOR_FORMAT format, Visitor&& visit) {
     case QN_COLOR_FORMAT_RGB_INTERLEAVED:
       visit(std::integral_constant<QN_COLOR_FORMAT, QN_COLOR_FORMAT_RGB_INTERLEAVED>{});
       break;
+    default:
+      return false;
   }
+  return true;
 }
 
 #endif  // OQA_DEMOSAIC_ENGINE_COLOR_STORES_H

@@ -16,7 +16,7 @@ jobs=${OQA_CI_JOBS:-2}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
   -DOQA_BUILD_TESTS=ON -DOQA_BUILD_BENCHMARKS=ON -DOQA_BUILD_TOOLS=ON >/dev/null
 
-source_dirs='(Demosaic|vector|logger|tools|tests|bench|examples)'
+source_dirs='(Demosaic|vector|logger|common|tools|python|gstreamer|tests|bench|examples)'
 repo=$(pwd)
 
 printf '\n=== clang-tidy\n'

@@ -45,9 +45,21 @@ for file in include/ostrevan_oqa_demosaic.h \
   lib/libostrevan_oqa_logger.so \
   lib/cmake/ostrevan_oqa_demosaic/ostrevan_oqa_demosaicConfig.cmake \
   lib/pkgconfig/ostrevan_oqa_demosaic.pc \
+  lib/python3/dist-packages/oqa_demosaic/__init__.py \
   bin/oqa-demosaic; do
   [[ -e $prefix/$file ]] || { echo "not installed: $file" >&2; exit 1; }
 done
+
+# The GStreamer plugin sits in the prefix's copy of GStreamer's plugin folder.
+gst_plugins=$(pkg-config --variable=pluginsdir gstreamer-1.0)
+gst_plugins=$prefix/${gst_plugins#"$(pkg-config --variable=prefix gstreamer-1.0)/"}
+# gst_pipeline [env...]: one small pipeline through the element, after
+# gst-inspect-1.0 has found it.
+gst_pipeline() {
+  env "$@" gst-inspect-1.0 oqademosaic >/dev/null
+  env "$@" gst-launch-1.0 -q filesrc location=/dev/zero blocksize=6144 num-buffers=2 \
+    ! video/x-bayer,format=rggb16le,width=64,height=48,framerate=1/1 ! oqademosaic ! fakesink
+}
 
 # consumers <label> <cmake prefix path or empty> <pkg-config path or empty>
 consumers() {
@@ -72,8 +84,28 @@ demo() {
   rm -rf "$scratch"
 }
 
+# python_import <package folder> [env argument...]: imports oqa_demosaic with
+# Debian's interpreter from a scratch folder, checks that it came from the
+# package folder and prints the levels it can use; writes no bytecode.
+python_import() {
+  local expected=$1 scratch
+  shift
+  scratch=$(mktemp -d)
+  (cd "$scratch" && env -u LD_LIBRARY_PATH "$@" PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -c '
+import sys, oqa_demosaic
+assert oqa_demosaic.__file__.startswith(sys.argv[1]), oqa_demosaic.__file__
+print(oqa_demosaic.levels())' "$expected")
+  rm -rf "$scratch"
+}
+
 consumers prefix "$prefix" "$prefix/lib/pkgconfig"
 demo "$prefix/bin/oqa-demosaic"
+step "import oqa_demosaic ($prefix)"
+python_import "$prefix/lib/python3/dist-packages/oqa_demosaic/" \
+  PYTHONPATH="$prefix/lib/python3/dist-packages"
+step "oqademosaic ($prefix)"
+gst_pipeline GST_REGISTRY_1_0="$PWD/$root-gst-registry.bin" GST_PLUGIN_PATH="$gst_plugins"
+rm -f "$root-gst-registry.bin"
 
 step "cpack -G DEB"
 (cd "$build" && cpack -G DEB)
@@ -101,4 +133,9 @@ trap remove_package EXIT
 
 consumers system "" ""
 demo /usr/bin/oqa-demosaic
+step "import oqa_demosaic (system)"
+python_import /usr/lib/python3/dist-packages/oqa_demosaic/ -u PYTHONPATH
+step "oqademosaic (system)"
+gst_pipeline -u GST_PLUGIN_PATH -u GST_PLUGIN_PATH_1_0 -u GST_PLUGIN_SYSTEM_PATH \
+  -u GST_PLUGIN_SYSTEM_PATH_1_0 -u GST_REGISTRY -u GST_REGISTRY_1_0
 step "package checks passed"

@@ -49,14 +49,14 @@ Samples run_pass(bool interior, Samples const& input, int width, int height, int
                  int x, int y) {
   Samples output(3 * input.size(), sentinel);
   auto const p = static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(phase);
-  with_color_format(static_cast<QN_COLOR_FORMAT>(format), [&](auto f) {
+  EXPECT_TRUE(with_color_format(static_cast<QN_COLOR_FORMAT>(format), [&](auto f) {
     if (interior) {
       demosaic_interior_using_color_phase<f()>(width, height, x, y, input.data(), output.data(), p);
     } else {
       demosaic_transform_edges_scalar_impl<f()>(width, height, x, y, p, input.data(),
                                                 output.data());
     }
-  });
+  }));
   return output;
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <numeric>
 #include <thread>
 #include <tuple>
 
@@ -65,7 +66,7 @@ TEST_P(Camera_raw_pattern, ReadsTheVisibleAreaWithThePatternAtItsTopLeft) {
   const int height = 33 - top - static_cast<int>(margins.bottom);
   ASSERT_EQ(image.width, width);
   ASSERT_EQ(image.height, height);
-  std::vector<std::uint16_t> visible;
+  oqa_tool::Samples visible;
   for (int y = top; y < top + height; ++y) {
     const auto row = dng.samples.begin() + y * 41 + left;
     visible.insert(visible.end(), row, row + width);
@@ -113,7 +114,7 @@ Writer text(const std::string& bytes, std::size_t zero_bytes = 0) {
 }
 
 std::string noise(std::size_t size) {
-  const std::vector<std::uint16_t> samples = tool_test::random_samples(size / 2, 5);
+  const auto samples = tool_test::random_samples(size / 2, 5);
   return {reinterpret_cast<const char*>(samples.data()), size};
 }
 
@@ -151,6 +152,27 @@ Writer sized(const Writer& write, std::uint64_t size) {
   return [=](const std::string& path) {
     write(path);
     std::filesystem::resize_file(path, size);
+  };
+}
+
+Writer fits(int type, const std::vector<long>& axes, const std::vector<std::string>& cards = {}) {
+  return [=](const std::string& path) {
+    const auto count = std::accumulate(axes.begin(), axes.end(), 1L, std::multiplies<>());
+    oqa_tool::Samples samples = tool_test::random_samples(count, 4);
+    std::for_each(samples.begin(), samples.end(),
+                  [](auto& sample) { sample &= 0xFF; });  // any BITPIX
+    EXPECT_TRUE(tool_test::write_fits(path, type, axes, samples, cards));
+  };
+}
+
+// The file with one header text replaced by another of the same length.
+Writer replaced(const Writer& write, const std::string& from, const std::string& to) {
+  return [=](const std::string& path) {
+    write(path);
+    std::string bytes = tool_test::text_of(path);
+    const std::size_t at = bytes.find(from);
+    ASSERT_NE(at, std::string::npos);
+    tool_test::write_file(path, bytes.replace(at, from.size(), to));
   };
 }
 
@@ -192,6 +214,7 @@ const tool_test::Tiff_layout tiles{"wl", COMPRESSION_NONE, true};
 const tool_test::Tiff_layout deflate{"wb", COMPRESSION_ADOBE_DEFLATE};
 const std::string not_bayer = "not a 2x2 Bayer pattern";
 const std::string one_channel = "single-channel 16-bit";
+const std::string only_16_bit = "only 16-bit integer samples";
 const std::string huge_strips = "16384x16384 samples need 536870912 bytes";
 const std::string four_samples = "\x12\x34\xAB\xCD\x00\x01\xFF\x00"s;
 const std::uint64_t two_gib = std::uint64_t{1} << 31;
@@ -239,7 +262,27 @@ const Crafted_input crafted_inputs[] = {
     {"PgmHugeWidth", text("P5\n99999999999 2\n255\n"), "too large"},
     {"PgmTooManyPixels", text("P5\n100000 100000\n255\n"), "larger than"},
     {"PgmNoSeparator", text("P5\n2 2\n255"), "not terminated"},
-    {"AsciiPgm", text("P2\n2 2\n255\n", 4), "unrecognised"}};
+    {"AsciiPgm", text("P2\n2 2\n255\n", 4), "unrecognised"},
+    {"FitsEightBit", fits(BYTE_IMG, {8, 8}), only_16_bit},
+    {"FitsFloat", fits(FLOAT_IMG, {8, 8}), only_16_bit},
+    {"FitsCube", fits(USHORT_IMG, {8, 8, 3}), "3 axes, only 2-D images"},
+    {"FitsPatternOfFive", fits(USHORT_IMG, {8, 8}, {"BAYERPAT= 'RGGBX'"}), "'RGGBX' is not RGGB"},
+    {"FitsRowOrder", fits(USHORT_IMG, {8, 8}, {"ROWORDER= 'LEFT'"}), "'LEFT' is neither"},
+    {"FitsOffsetText", fits(USHORT_IMG, {8, 8}, {"XBAYROFF= 'one'"}), "XBAYROFF has no usable"},
+    {"FitsLongMalformedOffset",  // aborts cfitsio's own integer reader
+     fits(USHORT_IMG, {8, 8},
+          {"XBAYROFF= 123456789012345678901234567890123456789012345678901234567890x"}),
+     "XBAYROFF has no usable"},
+    {"FitsTruncated", sized(fits(USHORT_IMG, {64, 64}), 5760), "truncated FITS file"},
+    {"FitsHugeAxis",
+     replaced(fits(USHORT_IMG, {8, 8}), "1  =                    8", "1  =           1073741824"),
+     "larger than"},
+    {"FitsLongAxis",
+     replaced(fits(USHORT_IMG, {8, 8}), "1  =                    8", "1  =                16384"),
+     "16384x8 samples need 262144 bytes"},
+    {"FitsNegative",
+     replaced(fits(USHORT_IMG, {8, 8}), "=                32768", "=                    0"),
+     "signed samples below zero"}};
 
 INSTANTIATE_TEST_SUITE_P(Files, Crafted_file, testing::ValuesIn(crafted_inputs),
                          tool_test::row_name);
@@ -267,7 +310,7 @@ Mosaic_image hang() {
   std::this_thread::sleep_for(std::chrono::hours(1));
   return {};
 }
-Mosaic_image runaway() { return {2, 2, std::vector<std::uint16_t>(std::size_t{1} << 29), {}}; }
+Mosaic_image runaway() { return tool_test::mosaic(2, 2, oqa_tool::Samples(std::size_t{1} << 29)); }
 Mosaic_image two_lines() { throw oqa_tool::Image_io_error("two\nlines\x1b[2J"); }
 
 const Decoder_end decoder_ends[] = {
@@ -293,7 +336,7 @@ TEST(Decoder_process, AllocationsStartZeroed) {
   const Mosaic_image image =
       oqa_tool::run_decoder_process("test decoder", {std::chrono::seconds(10), 64 << 20}, [] {
         const std::unique_ptr<std::uint16_t[]> unwritten(new std::uint16_t[count]);
-        return Mosaic_image{128, 128, {unwritten.get(), unwritten.get() + count}, std::nullopt};
+        return tool_test::mosaic(128, 128, {unwritten.get(), unwritten.get() + count});
       });
   EXPECT_EQ(std::count(image.samples.begin(), image.samples.end(), 0), count);
 }

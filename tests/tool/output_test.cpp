@@ -21,10 +21,12 @@ namespace {
 using oqa_tool::Atomic_output_file;
 using oqa_tool::Output_folder;
 using tool_test::Scratch_folder;
-using Samples = std::vector<std::uint16_t>;
+using Samples = oqa_tool::Samples;
 
-constexpr int width = 23;
-constexpr int height = 17;
+// Several TIFF strips and PNG bands, odd sides.
+constexpr int width = 701;
+constexpr int height = 523;
+constexpr std::size_t samples_per_image = std::size_t{width} * height * 3;
 
 struct Run_result {
   int status = -1;
@@ -46,7 +48,9 @@ Run_result run_in(const Scratch_folder& folder, const std::string& command) {
 
 const std::string program = "'" OQA_DEMOSAIC_PROGRAM "' ";
 
-Samples read_back_tiff(const std::string& path) {
+// Each reader checks the file's size and depth (8 or 16 bits) and returns
+// the samples RGB-interleaved, empty when it cannot.
+Samples read_back_tiff(const std::string& path, int bits) {
   const std::unique_ptr<TIFF, void (*)(TIFF*)> tiff(TIFFOpen(path.c_str(), "r"), TIFFClose);
   std::uint32_t size[2] = {};
   std::uint16_t sample_layout[2] = {};
@@ -55,34 +59,72 @@ Samples read_back_tiff(const std::string& path) {
               TIFFGetField(tiff.get(), TIFFTAG_SAMPLESPERPIXEL, &sample_layout[0]) == 1 &&
               TIFFGetField(tiff.get(), TIFFTAG_BITSPERSAMPLE, &sample_layout[1]) == 1 &&
               size[0] == width && size[1] == height && sample_layout[0] == 3 &&
-              sample_layout[1] == 16;
-  Samples samples(width * height * 3);
+              sample_layout[1] == bits;
+  std::vector<std::uint8_t> row(width * 3 * bits / 8);
+  Samples samples;
   for (int y = 0; read && y < height; ++y) {
-    read = TIFFReadScanline(tiff.get(), samples.data() + y * width * 3, y, 0) == 1;
+    read = TIFFReadScanline(tiff.get(), row.data(), y, 0) == 1;
+    for (std::size_t i = 0; i < width * 3; ++i) {
+      samples.push_back(bits == 8 ? row[i] : row[2 * i] | row[2 * i + 1] << 8);
+    }
   }
   return read ? samples : Samples{};
 }
 
-// libpng passes the 16-bit samples of a file without gamma through as they
-// are; the file's own format must be 16-bit RGB.
-Samples read_back_png(const std::string& path) {
+// libpng passes the samples of a file without gamma through as they are.
+Samples read_back_png(const std::string& path, int bits) {
   png_image png{};
   png.version = PNG_IMAGE_VERSION;
-  Samples samples(width * height * 3);
+  const auto format = bits == 8 ? PNG_FORMAT_RGB : PNG_FORMAT_LINEAR_RGB;
+  std::vector<std::uint8_t> bytes(samples_per_image * bits / 8);
   const bool read = png_image_begin_read_from_file(&png, path.c_str()) != 0 && png.width == width &&
-                    png.height == height && png.format == PNG_FORMAT_LINEAR_RGB &&
-                    png_image_finish_read(&png, nullptr, samples.data(), 0, nullptr) != 0;
+                    png.height == height && png.format == format &&
+                    png_image_finish_read(&png, nullptr, bytes.data(), 0, nullptr) != 0;
   png_image_free(&png);
+  Samples samples(samples_per_image);
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = bits == 8 ? bytes[i] : bytes[2 * i] | bytes[2 * i + 1] << 8;  // host order
+  }
   return read ? samples : Samples{};
 }
 
-Samples read_back_ppm(const std::string& path) {
+Samples read_back_ppm(const std::string& path, int bits) {
   const std::string bytes = tool_test::text_of(path);
-  const std::string header = "P6\n23 17\n65535\n";
+  const std::string header = "P6\n701 523\n" + std::to_string((1 << bits) - 1) + "\n";
   Samples samples;
-  for (std::size_t i = header.size(); bytes.starts_with(header) && i + 1 < bytes.size(); i += 2) {
-    samples.push_back(static_cast<std::uint16_t>(static_cast<std::uint8_t>(bytes[i]) << 8 |
-                                                 static_cast<std::uint8_t>(bytes[i + 1])));
+  for (std::size_t i = header.size(); bytes.starts_with(header) && i < bytes.size();
+       i += bits / 8) {
+    const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(bytes[at]); };
+    samples.push_back(bits == 8 ? byte(i) : byte(i) << 8 | byte(i + 1));
+  }
+  return samples;
+}
+
+Samples read_back_raw(const std::string& path, int /*bits*/) {
+  return tool_test::raw_samples_of(path);
+}
+
+// The planes R, G, B of the cube, interleaved again.
+Samples read_back_fits(const std::string& path, int bits) {
+  fitsfile* fits = nullptr;
+  int status = 0;
+  int type = 0;
+  int axes = 0;
+  long sizes[3] = {};
+  Samples planes(samples_per_image);
+  fits_open_file(&fits, path.c_str(), READONLY, &status);
+  fits_get_img_equivtype(fits, &type, &status);
+  fits_get_img_dim(fits, &axes, &status);
+  fits_get_img_size(fits, 3, sizes, &status);
+  fits_read_img(fits, TUSHORT, 1, samples_per_image, nullptr, planes.data(), nullptr, &status);
+  fits_close_file(fits, &status);
+  if (status != 0 || type != (bits == 8 ? BYTE_IMG : USHORT_IMG) || axes != 3 ||
+      sizes[0] != width || sizes[1] != height || sizes[2] != 3) {
+    return {};
+  }
+  Samples samples(samples_per_image);
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = planes[i % 3 * (samples.size() / 3) + i / 3];
   }
   return samples;
 }
@@ -90,7 +132,9 @@ Samples read_back_ppm(const std::string& path) {
 struct Output_format {
   const char* name;
   const char* file;  // the type follows the extension, whatever its case
-  Samples (*read_back)(const std::string& path);
+  Samples (*read_back)(const std::string& path, int bits);
+  std::optional<oqa_tool::Compression> compression = std::nullopt;
+  int bits = 16;
 };
 
 class Writer_round_trip : public testing::TestWithParam<Output_format> {};
@@ -100,27 +144,47 @@ TEST_P(Writer_round_trip, ReadsBackTheSameSamplesAndReportsAFullDisk) {
   const std::string path = folder.file(GetParam().file);
   const auto type = oqa_tool::output_type_of_path(path);
   ASSERT_TRUE(type.has_value());
-  oqa_tool::Colour_image image{width, height, QN_COLOR_FORMAT_RGB_INTERLEAVED,
-                               tool_test::random_samples(width * height * 3, 21)};
+  oqa_tool::Colour_image image;
+  image.width = width;
+  image.height = height;
+  image.samples = tool_test::random_samples(samples_per_image, 21);
+  image.bits = GetParam().bits;
+  image.notes.shot.emplace();  // a camera's name alone: nothing for an EXIF directory
+  std::strcpy(image.notes.shot->make, "Maker");
   // Extremes, where byte-order mistakes show.
   std::copy_n(Samples{0x0000, 0xFFFF, 0x00FF, 0xFF00}.begin(), 4, image.samples.begin());
+  if (image.bits == 8) {
+    std::for_each(image.samples.begin(), image.samples.end(), [](auto& sample) { sample &= 0xFF; });
+  }
   // The writers take an open descriptor and leave it open.
   const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   ASSERT_GE(descriptor, 0);
-  oqa_tool::write_image(*type, descriptor, image);
+  const oqa_tool::Write_settings settings{GetParam().compression, 3};
+  oqa_tool::write_image(*type, descriptor, image, settings);
   EXPECT_EQ(::close(descriptor), 0);
-  EXPECT_EQ(GetParam().read_back(path), image.samples);
+  EXPECT_EQ(GetParam().read_back(path, image.bits), image.samples);
 
   const int full = ::open("/dev/full", O_RDWR | O_CLOEXEC);
   ASSERT_GE(full, 0);
-  EXPECT_THROW(oqa_tool::write_image(*type, full, image), oqa_tool::Image_io_error);
+  EXPECT_THROW(oqa_tool::write_image(*type, full, image, settings), oqa_tool::Image_io_error);
   ::close(full);
 }
 
-const Output_format output_formats[] = {{"tiff", "image.TIF", read_back_tiff},
-                                        {"png", "image.Png", read_back_png},
-                                        {"ppm", "image.ppm", read_back_ppm},
-                                        {"raw", "image.raw", tool_test::raw_samples_of}};
+using enum oqa_tool::Compression;
+const Output_format output_formats[] = {
+    {"tiff", "image.TIF", read_back_tiff},
+    {"TiffFast", "image.tif", read_back_tiff, fast},
+    {"TiffBest", "image.tiff", read_back_tiff, best},
+    {"TiffFastEightBit", "image.tif", read_back_tiff, fast, 8},
+    {"png", "image.Png", read_back_png},
+    {"PngStored", "image.png", read_back_png, none},
+    {"PngBest", "image.png", read_back_png, best},
+    {"PngEightBit", "image.png", read_back_png, fast, 8},
+    {"ppm", "image.ppm", read_back_ppm},
+    {"PpmEightBit", "image.ppm", read_back_ppm, std::nullopt, 8},
+    {"fits", "image.fits", read_back_fits},
+    {"FitsEightBit", "image.fit", read_back_fits, std::nullopt, 8},
+    {"raw", "image.raw", read_back_raw}};
 
 INSTANTIATE_TEST_SUITE_P(Types, Writer_round_trip, testing::ValuesIn(output_formats),
                          tool_test::row_name);
@@ -203,13 +267,13 @@ TEST_P(Command_output, ReplacesTheOutputWithTheLibrarysAndRunsNoPlantedLibrary) 
   std::filesystem::copy_file(OQA_PLANTED_COMPANION, folder.file(planted));
   const Run_result run = run_in(folder, program + GetParam().arguments + " -o out.raw --force");
   ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_NE(run.out.find("1 file done, 0 failed"), std::string::npos) << run.out;
+  EXPECT_EQ(run.out, "");  // one file: no batch summary
   EXPECT_EQ(tool_test::entries(folder.path),
             (std::vector<std::string>{"in.dng", "in.pgm", planted, "out.raw"}));
 
   const oqa_tool::Library_session library;
   oqa_tool::Colour_image expected;
-  oqa_tool::demosaic({31, 24, dng.samples, std::nullopt}, GetParam().request, expected);
+  oqa_tool::demosaic(tool_test::mosaic(31, 24, dng.samples), GetParam().request, expected);
   EXPECT_EQ(tool_test::raw_samples_of(folder.file("out.raw")), expected.samples);
 }
 
@@ -330,6 +394,22 @@ TEST(Command, BatchGoesOnPastBadFilesAndADecoderCrash) {
   EXPECT_NE(run.out.find("2 files done, 3 failed"), std::string::npos) << run.out;
   EXPECT_EQ(tool_test::entries(folder.path / "out"),
             (std::vector<std::string>{"a.png", "good.png"}));
+}
+
+// Steps that need camera data say so once a run for inputs without it.
+TEST(Command, DevelopWithoutCameraDataSaysSoOnce) {
+  const Scratch_folder folder;
+  for (const char* name : {"a.pgm", "b.pgm"}) {
+    tool_test::write_file(folder.file(name),
+                          tool_test::pgm(6, 4, tool_test::random_samples(24, 1)));
+  }
+  const Run_result run =
+      run_in(folder, program + "a.pgm b.pgm --pattern RGGB --develop --jobs 1 -o out");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err,
+            "oqa-demosaic: note: --develop needs camera raw input; a.pgm (and any other "
+            "input without camera data) keeps the library's samples\n");
+  EXPECT_NE(run.out.find("2 files done, 0 failed"), std::string::npos) << run.out;
 }
 
 class Command_signal : public testing::TestWithParam<int> {};

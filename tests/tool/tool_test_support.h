@@ -4,6 +4,7 @@
 #ifndef OQA_TESTS_TOOL_TOOL_TEST_SUPPORT_H
 #define OQA_TESTS_TOOL_TOOL_TEST_SUPPORT_H
 
+#include <fitsio.h>
 #include <tiffio.h>
 
 #include <algorithm>
@@ -14,12 +15,15 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "image_io_error.h"
+#include "image_memory.h"
+#include "mosaic_image.h"
 
 namespace tool_test {
 
@@ -48,10 +52,10 @@ inline std::vector<std::string> entries(const std::filesystem::path& folder) {
   return names;
 }
 
-inline std::vector<std::uint16_t> random_samples(std::size_t count, std::uint32_t seed) {
+inline oqa_tool::Samples random_samples(std::size_t count, std::uint32_t seed) {
   std::mt19937 generator(seed);
   std::uniform_int_distribution<int> value(0, 65535);
-  std::vector<std::uint16_t> samples(count);
+  oqa_tool::Samples samples(count);
   std::generate(samples.begin(), samples.end(), [&] { return value(generator); });
   return samples;
 }
@@ -67,15 +71,24 @@ inline std::string text_of(const std::string& path) {
 }
 
 // The samples of a .raw output file: 16-bit little-endian.
-inline std::vector<std::uint16_t> raw_samples_of(const std::string& path) {
+inline oqa_tool::Samples raw_samples_of(const std::string& path) {
   const std::string bytes = text_of(path);
-  std::vector<std::uint16_t> samples(bytes.size() / 2);
+  oqa_tool::Samples samples(bytes.size() / 2);
   std::memcpy(samples.data(), bytes.data(), samples.size() * 2);  // little-endian host
   return samples;
 }
 
+// A mosaic of these samples, without a pattern.
+inline oqa_tool::Mosaic_image mosaic(int width, int height, oqa_tool::Samples samples) {
+  oqa_tool::Mosaic_image image;
+  image.width = width;
+  image.height = height;
+  image.samples = std::move(samples);
+  return image;
+}
+
 // A 16-bit P5 file.
-inline std::string pgm(int width, int height, const std::vector<std::uint16_t>& samples) {
+inline std::string pgm(int width, int height, const oqa_tool::Samples& samples) {
   std::string bytes = "P5\n" + std::to_string(width) + " " + std::to_string(height) + "\n65535\n";
   for (const std::uint16_t sample : samples) {
     bytes += {static_cast<char>(sample >> 8), static_cast<char>(sample & 0xFF)};
@@ -109,10 +122,11 @@ struct Tiff_layout {
 // A width x height image from the bytes of `samples` (row-major, at least
 // width*height*samples_per_pixel*bits/8 of them); `more` sets further tags.
 // Returns false if libtiff refuses.
+// `finish` runs after the samples are written, before the file is closed.
 inline bool write_tiff(
     const std::string& path, const Tiff_layout& layout, int width, int height,
-    const std::vector<std::uint16_t>& samples,
-    const std::function<void(TIFF*)>& more = [](TIFF*) {}) {
+    const oqa_tool::Samples& samples, const std::function<void(TIFF*)>& more = [](TIFF*) {},
+    const std::function<bool(TIFF*)>& finish = [](TIFF*) { return true; }) {
   TIFF* tiff = TIFFOpen(path.c_str(), layout.mode);
   if (tiff == nullptr) {
     return false;
@@ -151,41 +165,115 @@ inline bool write_tiff(
       written = written && TIFFWriteScanline(tiff, bytes.data() + y * row_bytes, y, 0) == 1;
     }
   }
+  written = written && finish(tiff);
   TIFFClose(tiff);
   return written;
 }
+
+// What a camera says about a shot, as the DNG writer stores it: make, model
+// and time in IFD0, the rest in the EXIF directory, as cameras do.
+struct Dng_shot {
+  const char* make;
+  const char* model;
+  const char* date_time;
+  double exposure_seconds;
+  double f_number;
+  std::uint16_t iso;
+  double focal_length_mm;
+};
 
 struct Dng_description {
   Dng_description(int width, int height, std::uint32_t seed)
       : raw_width(width), raw_height(height), samples(random_samples(width * height, seed)) {}
   int raw_width;
   int raw_height;
-  std::vector<std::uint16_t> samples;  // row-major
+  oqa_tool::Samples samples;  // row-major
   // 2x2 colour codes (0 red, 1 green, 2 blue) at the raw image's origin.
   std::array<std::uint8_t, 4> cfa_pattern{0, 1, 1, 2};
   std::array<std::uint32_t, 4> active_area{0, 0, 0, 0};  // top, left, bottom, right
   std::uint16_t black_level = 0;
   std::uint32_t white_level = 65535;
+  std::uint16_t orientation = 1;
+  std::array<float, 4> default_crop{};     // origin x, y, then size; no size: none
+  std::array<float, 9> colour_matrix{};    // ColorMatrix1 under D65; zeros: none
+  std::array<float, 3> as_shot_neutral{};  // zeros: none
+  std::optional<Dng_shot> shot;
 };
+
+inline void set_dng_tags(TIFF* tiff, const Dng_description& dng) {
+  static const std::uint8_t version[4] = {1, 4, 0, 0};
+  static const std::uint16_t repeat[2] = {2, 2};
+  const float black = dng.black_level;  // libtiff takes the rational as float
+  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_CFA);
+  TIFFSetField(tiff, TIFFTAG_DNGVERSION, version);
+  TIFFSetField(tiff, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
+  TIFFSetField(tiff, TIFFTAG_CFAPATTERN, 4, dng.cfa_pattern.data());
+  TIFFSetField(tiff, TIFFTAG_BLACKLEVEL, 1, &black);
+  TIFFSetField(tiff, TIFFTAG_WHITELEVEL, 1, &dng.white_level);
+  if (dng.active_area[2] != 0) {
+    TIFFSetField(tiff, TIFFTAG_ACTIVEAREA, dng.active_area.data());
+  }
+  TIFFSetField(tiff, TIFFTAG_ORIENTATION, dng.orientation);
+  if (dng.default_crop[2] != 0) {
+    TIFFSetField(tiff, TIFFTAG_DEFAULTCROPORIGIN, dng.default_crop.data());
+    TIFFSetField(tiff, TIFFTAG_DEFAULTCROPSIZE, dng.default_crop.data() + 2);
+  }
+  if (dng.colour_matrix[0] != 0) {
+    TIFFSetField(tiff, TIFFTAG_COLORMATRIX1, 9, dng.colour_matrix.data());
+    TIFFSetField(tiff, TIFFTAG_CALIBRATIONILLUMINANT1, 21);  // D65
+  }
+  if (dng.as_shot_neutral[0] != 0) {
+    TIFFSetField(tiff, TIFFTAG_ASSHOTNEUTRAL, 3, dng.as_shot_neutral.data());
+  }
+  if (dng.shot) {
+    TIFFSetField(tiff, TIFFTAG_MAKE, dng.shot->make);
+    TIFFSetField(tiff, TIFFTAG_MODEL, dng.shot->model);
+    TIFFSetField(tiff, TIFFTAG_DATETIME, dng.shot->date_time);
+    TIFFSetField(tiff, TIFFTAG_EXIFIFD, std::uint64_t{0});  // set once written
+  }
+}
+
+// The EXIF directory after the image's, which is then written again.
+inline bool write_exif(TIFF* tiff, const Dng_shot& shot) {
+  std::uint64_t exif = 0;
+  bool written = TIFFWriteDirectory(tiff) == 1 && TIFFCreateEXIFDirectory(tiff) == 0;
+  TIFFSetField(tiff, EXIFTAG_EXPOSURETIME, shot.exposure_seconds);
+  TIFFSetField(tiff, EXIFTAG_FNUMBER, shot.f_number);
+  TIFFSetField(tiff, EXIFTAG_ISOSPEEDRATINGS, 1, &shot.iso);
+  TIFFSetField(tiff, EXIFTAG_FOCALLENGTH, shot.focal_length_mm);
+  TIFFSetField(tiff, EXIFTAG_DATETIMEORIGINAL, shot.date_time);
+  written = written && TIFFWriteCustomDirectory(tiff, &exif) == 1 && TIFFSetDirectory(tiff, 0) == 1;
+  TIFFSetField(tiff, TIFFTAG_EXIFIFD, exif);
+  return written && TIFFWriteDirectory(tiff) == 1;
+}
 
 // One strip, little-endian, so that each tag's value sits in its entry.
 inline bool write_dng(const std::string& path, const Dng_description& dng) {
   const Tiff_layout layout{
       "wl", COMPRESSION_NONE, false, 1, 16, static_cast<std::uint32_t>(dng.raw_height)};
-  return write_tiff(path, layout, dng.raw_width, dng.raw_height, dng.samples, [&](TIFF* tiff) {
-    static const std::uint8_t version[4] = {1, 4, 0, 0};
-    static const std::uint16_t repeat[2] = {2, 2};
-    const float black = dng.black_level;  // libtiff takes the rational as float
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_CFA);
-    TIFFSetField(tiff, TIFFTAG_DNGVERSION, version);
-    TIFFSetField(tiff, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
-    TIFFSetField(tiff, TIFFTAG_CFAPATTERN, 4, dng.cfa_pattern.data());
-    TIFFSetField(tiff, TIFFTAG_BLACKLEVEL, 1, &black);
-    TIFFSetField(tiff, TIFFTAG_WHITELEVEL, 1, &dng.white_level);
-    if (dng.active_area[2] != 0) {
-      TIFFSetField(tiff, TIFFTAG_ACTIVEAREA, dng.active_area.data());
-    }
-  });
+  return write_tiff(
+      path, layout, dng.raw_width, dng.raw_height, dng.samples,
+      [&](TIFF* tiff) { set_dng_tags(tiff, dng); },
+      [&](TIFF* tiff) { return !dng.shot || write_exif(tiff, *dng.shot); });
+}
+
+// A FITS image written by cfitsio: `type` USHORT_IMG (BZERO 32768) or any
+// other BITPIX, the samples as unsigned values, then `cards`: whole records
+// such as "BAYERPAT= 'RGGB'".
+inline bool write_fits(const std::string& path, int type, std::vector<long> axes,
+                       const oqa_tool::Samples& samples, const std::vector<std::string>& cards) {
+  fitsfile* fits = nullptr;
+  int status = 0;
+  fits_create_file(&fits, ("!" + path).c_str(), &status);
+  fits_create_img(fits, type, static_cast<int>(axes.size()), axes.data(), &status);
+  for (const std::string& card : cards) {
+    fits_write_record(fits, card.c_str(), &status);
+  }
+  // cfitsio only reads the samples; its interface lacks the const.
+  fits_write_img(fits, TUSHORT, 1, static_cast<LONGLONG>(samples.size()),
+                 const_cast<std::uint16_t*>(samples.data()), &status);
+  fits_close_file(fits, &status);
+  return status == 0;
 }
 
 // The count, or else the value held in the entry (SHORT or LONG), of a tag.

@@ -1,19 +1,13 @@
 // Through the public interface, with the real companions beside it: the
 // library uses every companion this processor supports, and every level,
 // named or chosen, gives the model's bytes (the interior by the companion,
-// the border by the scalar pass). Built a second time with
-// OQA_DECLINED_LEVEL=3 to run in a folder whose AVX-512 companion always
-// declines at initialise and would scribble over the interior if it were
-// ever called: that level falls back to the next lower one.
+// the border by the scalar pass. Companions that decline are covered with
+// the test doubles of the library's lifecycle tests.
 #include <gtest/gtest.h>
 
 #include "library_test_support.h"
 #include "modules/unique_ptr_reference_counted.h"
 #include "modules/vector_demosaic_module.h"
-
-#ifndef OQA_DECLINED_LEVEL
-#define OQA_DECLINED_LEVEL 0
-#endif
 
 extern unique_ptr_reference_counted<Vector_sse_demosaic_module> vector_sse_demosaic_module;
 extern unique_ptr_reference_counted<Vector_avx2_demosaic_module> vector_avx2_demosaic_module;
@@ -28,7 +22,7 @@ TEST(Public_api_levels, UsableCompanionsAreUsedAndEveryLevelGivesTheModelBytes) 
                                                    vector_avx512_demosaic_module.get()};
   // Otherwise the comparison below would only check the scalar path.
   for (int level = 1; level <= 3; ++level) {
-    bool const usable = level <= test_support::processor_level() && level != OQA_DECLINED_LEVEL;
+    bool const usable = level <= test_support::processor_level();
     EXPECT_EQ(modules[level - 1]->load_failed, !usable) << "level " << level;
   }
   auto const cases = test_support::make_cases(40);

@@ -43,6 +43,18 @@ struct Totals {
   std::size_t failed = 0;
   std::uint64_t pixels = 0;
   double demosaic_seconds = 0.0;
+  // Notes already given, each once a run.
+  std::atomic<bool> noted_no_camera{false};
+  std::atomic<bool> noted_raw_output{false};
+};
+
+struct Converted {
+  std::uint64_t pixels = 0;
+  double demosaic_seconds = 0.0;
+  // The job asked for steps that need camera data, or a picture, and did
+  // not get them.
+  bool lacked_camera = false;
+  bool raw_output = false;
 };
 
 // An error and the file it concerns: the input for reading problems, the
@@ -69,8 +81,8 @@ std::string plan_jobs(const Tool_options& options, Plan& plan) {
       job.type = *by_name;
     } else if (!options.type_given) {
       return options.output +
-             ": cannot tell the output type from the name; end it in .tif, .tiff, .png, .ppm "
-             "or .raw, or give --type";
+             ": cannot tell the output type from the name; end it in .tif, .tiff, .png, .ppm, "
+             ".fits or .raw, or give --type";
     }
     plan.jobs.push_back(job);
     folder = place.folder;
@@ -108,10 +120,8 @@ std::string plan_jobs(const Tool_options& options, Plan& plan) {
   return {};
 }
 
-// Reads, demosaics and writes one file; returns the pixel count and the
-// seconds spent in the library.
-std::pair<std::uint64_t, double> convert(const Tool_options& options, const Plan& plan,
-                                         const Job& job) {
+// Reads, demosaics, finishes and writes one file.
+Converted convert(const Tool_options& options, const Plan& plan, const Job& job) {
   if (!job.planning_error.empty()) {
     throw Job_failure{job.input, job.planning_error};
   }
@@ -144,22 +154,61 @@ std::pair<std::uint64_t, double> convert(const Tool_options& options, const Plan
     throw Job_failure{job.input, error.what()};
   }
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-  image = Mosaic_image();  // free the input before the output is encoded
+  const bool picture = job.type != Output_type::raw;
+  Converted converted{static_cast<std::uint64_t>(result.width) * result.height, seconds.count(),
+                      !image.camera.has_value(), !picture};
+  const std::optional<Camera_data> camera = image.camera;
+  result.notes = std::move(image.notes);
+  image = Mosaic_image();  // free the input before the output is made
   try {
-    write_image(job.type, output->descriptor(), result);
+    if (picture) {
+      finish_picture(result, camera, options.picture);
+    }
+  } catch (const Image_io_error& error) {
+    throw Job_failure{job.input, error.what()};
+  }
+  try {
+    write_image(job.type, output->descriptor(), result, options.write);
     output->commit();
   } catch (const Image_io_error& error) {
     throw Job_failure{job.target, error.what()};
   }
-  return {static_cast<std::uint64_t>(result.width) * result.height, seconds.count()};
+  return converted;
+}
+
+// Prints `line` the first time only.
+void note_once(std::atomic<bool>& noted, Progress_bar& progress, const std::string& line) {
+  if (!noted.exchange(true)) {
+    progress.message("oqa-demosaic: note: " + line);
+  }
+}
+
+void note_unused_steps(const Tool_options& options, const Job& job, const Converted& converted,
+                       Totals& totals, Progress_bar& progress) {
+  if (options.quiet) {
+    return;
+  }
+  const char* step = options.picture.develop             ? "--develop"
+                     : options.read.camera_raw.normalize ? "--normalize"
+                                                         : nullptr;
+  if (step != nullptr && converted.lacked_camera) {
+    note_once(totals.noted_no_camera, progress,
+              std::string(step) + " needs camera raw input; " + job.input +
+                  " (and any other input without camera data) keeps the library's samples");
+  }
+  if (options.picture.develop && converted.raw_output) {
+    note_once(totals.noted_raw_output, progress,
+              "--develop does not apply to .raw outputs, which hold the library's buffer as is");
+  }
 }
 
 void run_job(const Tool_options& options, const Plan& plan, const Job& job, Totals& totals,
              Progress_bar& progress) {
   std::optional<Job_failure> failure;
-  std::pair<std::uint64_t, double> work{0, 0.0};
+  Converted work;
   try {
     work = convert(options, plan, job);
+    note_unused_steps(options, job, work, totals, progress);
   } catch (const Job_failure& caught) {
     failure = caught;
   } catch (const std::bad_alloc&) {
@@ -175,8 +224,8 @@ void run_job(const Tool_options& options, const Plan& plan, const Job& job, Tota
       ++totals.failed;
     } else {
       ++totals.done;
-      totals.pixels += work.first;
-      totals.demosaic_seconds += work.second;
+      totals.pixels += work.pixels;
+      totals.demosaic_seconds += work.demosaic_seconds;
     }
   }
   if (failure) {
@@ -187,7 +236,8 @@ void run_job(const Tool_options& options, const Plan& plan, const Job& job, Tota
 
 }  // namespace
 
-int run_batch(const Tool_options& options) {
+int run_batch(const Tool_options& given) {
+  Tool_options options = given;
   Plan plan;
   const std::string planning_error = plan_jobs(options, plan);
   if (!planning_error.empty()) {
@@ -205,6 +255,12 @@ int run_batch(const Tool_options& options) {
   };
   const std::size_t thread_count =
       std::clamp<std::size_t>(options.jobs, 1, std::max<std::size_t>(jobs.size(), 1));
+  // The cores the files running at once leave free go to each file's own
+  // work: developing and compressing.
+  const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
+  const unsigned per_file = std::max(1U, cores / static_cast<unsigned>(thread_count));
+  options.picture.threads = per_file;
+  options.write.threads = per_file;
   std::vector<std::thread> threads;
   for (std::size_t i = 1; i < thread_count; ++i) {
     threads.emplace_back(worker);
@@ -215,7 +271,7 @@ int run_batch(const Tool_options& options) {
   }
   progress.finish();
 
-  if (!options.quiet) {
+  if (!options.quiet && jobs.size() > 1) {
     const double megapixels = static_cast<double>(totals.pixels) / 1e6;
     const double rate = totals.demosaic_seconds > 0.0 ? megapixels / totals.demosaic_seconds : 0.0;
     std::printf("%zu file%s done, %zu failed, %.1f Mpixel demosaiced at %.1f Mpixel/s\n",

@@ -7,7 +7,8 @@
 
 namespace oqa_tool {
 
-// Returns the process exit status: 0 when every file was converted.
+// Returns the process exit status: 0 when every file was converted. A batch
+// of more than one file ends with a summary line.
 int run_batch(const Tool_options& options);
 
 }  // namespace oqa_tool

@@ -1,6 +1,5 @@
 #include "bayer_pattern.h"
 
-#include <cctype>
 
 namespace oqa_tool {
 
@@ -26,22 +25,6 @@ constexpr std::array<Named_cell, 4> named_cells{{
 }};
 
 }  // namespace
-
-std::optional<QN_COLOR_FILTER_ARRAY_PHASE> parse_pattern(std::string_view name) {
-  if (name.size() != 4) {
-    return std::nullopt;
-  }
-  for (const Named_cell& entry : named_cells) {
-    bool same = true;
-    for (std::size_t i = 0; i < 4; ++i) {
-      same = same && std::toupper(static_cast<unsigned char>(name[i])) == entry.name[i];
-    }
-    if (same) {
-      return entry.phase;
-    }
-  }
-  return std::nullopt;
-}
 
 std::string pattern_name(QN_COLOR_FILTER_ARRAY_PHASE phase) {
   return named_cells.at(static_cast<std::size_t>(phase)).name;

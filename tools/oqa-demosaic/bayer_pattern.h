@@ -13,9 +13,6 @@ namespace oqa_tool {
 
 enum class Filter_colour { red, green, blue };
 
-// "RGGB" and the like (case-insensitive) to the phase whose 2x2 cell it names.
-std::optional<QN_COLOR_FILTER_ARRAY_PHASE> parse_pattern(std::string_view name);
-
 // "RGGB", "BGGR", "GRBG" or "GBRG".
 std::string pattern_name(QN_COLOR_FILTER_ARRAY_PHASE phase);
 

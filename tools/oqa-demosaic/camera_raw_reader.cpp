@@ -10,6 +10,7 @@
 #include <string>
 
 #include "bayer_pattern.h"
+#include "camera_raw_data.h"
 #include "decoder_process.h"
 #include "image_io_error.h"
 
@@ -164,22 +165,6 @@ QN_COLOR_FILTER_ARRAY_PHASE visible_phase(LibRaw& raw) {
   return *phase;
 }
 
-// Black level of one visible pixel: the common level, the per-colour level
-// and the repeating black pattern, as LibRaw records them.
-unsigned black_level(const libraw_colordata_t& colour, int libraw_colour, int row, int column) {
-  unsigned black = colour.black;
-  if (libraw_colour >= 0 && libraw_colour < 4) {
-    black += colour.cblack[libraw_colour];
-  }
-  const unsigned rows = colour.cblack[4];
-  const unsigned columns = colour.cblack[5];
-  if (rows > 0 && columns > 0 && 6 + rows * columns <= LIBRAW_CBLACK_SIZE) {
-    black += colour.cblack[6 + (static_cast<unsigned>(row) % rows) * columns +
-                           static_cast<unsigned>(column) % columns];
-  }
-  return black;
-}
-
 [[noreturn]] void throw_libraw_error(const char* what, int result) {
   if (result == LIBRAW_UNSUFFICIENT_MEMORY) {
     throw std::bad_alloc();
@@ -262,8 +247,12 @@ Mosaic_image decode_camera_raw(std::span<const std::uint8_t> bytes,
     std::copy(source, source + image.width,
               image.samples.begin() + static_cast<std::ptrdiff_t>(row) * image.width);
   }
+  image.camera = camera_data_of(*raw, bytes);
+  image.notes.shot = shot_metadata_of(*raw);
   if (options.normalize) {
     normalize(*raw, image);
+    image.camera->black = {};
+    image.camera->white = 65535;
   }
   return image;
 }

@@ -1,6 +1,7 @@
 // Camera raw files (DNG and the other formats LibRaw decodes): the visible
-// area's mosaic samples as the file holds them, and the pattern at its
-// top-left. Nothing of LibRaw's own processing is applied.
+// area's mosaic samples as the file holds them, the pattern at its
+// top-left, and what the camera says about the picture (camera_data.h).
+// Nothing of LibRaw's own processing is applied to the samples.
 #ifndef OQA_TOOLS_CAMERA_RAW_READER_H
 #define OQA_TOOLS_CAMERA_RAW_READER_H
 

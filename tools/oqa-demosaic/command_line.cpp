@@ -8,6 +8,7 @@
 
 #include "bayer_pattern.h"
 #include "headerless_reader.h"
+#include "library_session.h"
 
 namespace oqa_tool {
 
@@ -20,18 +21,20 @@ constexpr const char* examples = R"(Examples:
   oqa-demosaic --demo demo.tiff
       build a test chart, demosaic it at every level, compare and time them
   oqa-demosaic IMG_0001.DNG -o IMG_0001.tiff
-      camera raw: pattern and size from the file, samples as recorded
-  oqa-demosaic --normalize *.DNG -o converted/ --type png --jobs 4
-      a batch into a folder, black level subtracted and white scaled to 65535
+      camera raw: the library's samples, turned upright and cropped as the camera says
+  oqa-demosaic --develop --depth 8 *.DNG -o pictures/ --type png
+      pictures for people: levels, white balance, colour matrix, sRGB curve
+  oqa-demosaic light_0001.fits -o light_0001_rgb.fits
+      FITS mosaic (pattern from BAYERPAT) to a three-plane R, G, B cube
   oqa-demosaic frame.pgm --pattern GRBG --origin=1,0 -o frame.ppm
       PGM or 16-bit TIFF input needs the pattern; origin shifts it
   oqa-demosaic frame.bin --raw 4096x3072 --pattern RGGB -o frame.raw --layout bgr-planar
       headerless little-endian samples in, the library's buffer out as is
 
-Inputs are recognised by content: binary PGM (8 or 16 bit), single-channel
-16-bit TIFF, camera raw (DNG and the formats LibRaw reads), or headerless
-samples with --raw. Outputs are never overwritten without --force, and a
-failed file leaves no partial output behind.)";
+Inputs are recognised by content: binary PGM (8 or 16 bit), FITS (16-bit
+2-D), single-channel 16-bit TIFF, camera raw (DNG and the formats LibRaw
+reads), or headerless samples with --raw. Outputs are never overwritten
+without --force, and a failed file leaves no partial output behind.)";
 
 std::optional<std::pair<int, int>> parse_origin(const std::string& text) {
   const std::size_t comma = text.find(',');
@@ -71,6 +74,8 @@ struct Raw_text {
   std::string layout = "bgr";
   std::string level = "auto";
   std::string demo;
+  std::string white_balance = "camera";
+  std::string compression;
 };
 
 }  // namespace
@@ -93,11 +98,11 @@ std::optional<Tool_options> parse_command_line(int argc, char** argv, int& exit_
       app.add_option("-o,--output", options.output,
                      "Output file for one input, output folder (created if missing) for several "
                      "(e.g. -o out.tiff, -o converted/)");
-  app.add_option(
-         "--pattern", text.pattern,
-         "Bayer 2x2 cell at the origin, row by row: RGGB, BGGR, GRBG or GBRG; required "
-         "for PGM, TIFF and --raw input, overrides a camera raw's own (e.g. --pattern RGGB)")
-      ->check(accepted_by(parse_pattern, "RGGB|BGGR|GRBG|GBRG"));
+  app.add_option("--pattern", text.pattern,
+                 "Bayer 2x2 cell at the origin, row by row: RGGB, BGGR, GRBG or GBRG; required "
+                 "for PGM, TIFF, --raw and FITS input without BAYERPAT, overrides the file's own "
+                 "(e.g. --pattern RGGB)")
+      ->check(accepted_by(oqa_session::parse_pattern, "RGGB|BGGR|GRBG|GBRG"));
   app.add_option("--origin", text.origin,
                  "Origin offsets X,Y of the pattern, negative allowed; only parities matter "
                  "(e.g. --origin=1,0 or --origin=-1,-1)")
@@ -108,17 +113,46 @@ std::optional<Tool_options> parse_command_line(int argc, char** argv, int& exit_
                  "(e.g. --raw 4096x3072)")
       ->check(accepted_by(parse_frame_size, "WIDTHxHEIGHT"));
   app.add_option("--type", text.type,
-                 "Output type for a folder of outputs: tiff, png, ppm or raw; a single output "
-                 "file's own extension wins (e.g. --type png)")
-      ->check(accepted_by(parse_output_type, "tiff|png|ppm|raw"))
+                 "Output type for a folder of outputs: tiff, png, ppm, fits or raw; a single "
+                 "output file's own extension wins (e.g. --type png)")
+      ->check(accepted_by(parse_output_type, "tiff|png|ppm|fits|raw"))
       ->capture_default_str();
+  app.add_option("--compression", text.compression,
+                 "TIFF and PNG compression: none, fast or best (deflate level 9, slow); by "
+                 "default TIFF none, PNG fast (e.g. --compression fast)")
+      ->check(accepted_by(parse_compression, "none|fast|best"));
   app.add_option("--layout", text.layout,
                  "Sample layout of .raw outputs: bgr-planar, bgr or rgb (e.g. --layout rgb)")
-      ->check(accepted_by(parse_layout, "bgr-planar|bgr|rgb"))
+      ->check(accepted_by(oqa_session::parse_layout, "bgr-planar|bgr|rgb"))
       ->capture_default_str();
-  app.add_flag("--normalize", options.read.camera_raw.normalize,
-               "Camera raw: subtract the black level(s) and scale the white level to 65535 "
-               "(e.g. --normalize)");
+  CLI::Option* normalize =
+      app.add_flag("--normalize", options.read.camera_raw.normalize,
+                   "Camera raw: before demosaicing, subtract the black level(s) and scale the "
+                   "white level to 65535; still linear camera colour (e.g. --normalize)");
+  CLI::Option* develop =
+      app.add_flag("--develop", options.picture.develop,
+                   "Camera raw: after demosaicing, make a picture for people: levels, white "
+                   "balance, camera-to-sRGB matrix, sRGB curve (e.g. --develop)");
+  develop->excludes(normalize);
+  app.add_option("--wb", text.white_balance,
+                 "White balance of --develop: camera (as shot), daylight or none (e.g. --wb "
+                 "daylight)")
+      ->check(accepted_by(parse_white_balance, "camera|daylight|none"))
+      ->capture_default_str()
+      ->needs(develop);
+  app.add_option("--depth", options.picture.depth,
+                 "Bits per sample of --develop's picture: 8 or 16 (e.g. --depth 8)")
+      ->check(CLI::IsMember({8, 16}))
+      ->capture_default_str()
+      ->needs(develop);
+  app.add_flag_function(
+      "--sensor-orientation", [&](std::int64_t) { options.picture.orient = false; },
+      "Camera raw: keep the sensor's layout instead of turning the picture as the camera "
+      "recorded (e.g. --sensor-orientation)");
+  app.add_flag_function(
+      "--no-crop", [&](std::int64_t) { options.picture.crop = false; },
+      "Camera raw: keep the whole visible area instead of the camera's default crop "
+      "(e.g. --no-crop)");
   app.add_option("--level", text.level,
                  "Instruction-set level: auto (the library's choice), scalar, sse, avx2 or avx512 "
                  "(e.g. --level scalar)")
@@ -158,7 +192,7 @@ std::optional<Tool_options> parse_command_line(int argc, char** argv, int& exit_
     options.demo_output = text.demo;
   }
   if (!text.pattern.empty()) {
-    options.pattern = parse_pattern(text.pattern);
+    options.pattern = oqa_session::parse_pattern(text.pattern);
   }
   const std::pair<int, int> origin = *parse_origin(text.origin);
   options.origin_x = origin.first;
@@ -168,8 +202,12 @@ std::optional<Tool_options> parse_command_line(int argc, char** argv, int& exit_
   }
   options.type = *parse_output_type(text.type);
   options.type_given = app.get_option("--type")->count() > 0;
-  options.raw_layout = *parse_layout(text.layout);
+  options.raw_layout = *oqa_session::parse_layout(text.layout);
   options.level = *parse_level(text.level);
+  options.picture.white_balance = *parse_white_balance(text.white_balance);
+  if (!text.compression.empty()) {
+    options.write.compression = parse_compression(text.compression);
+  }
   return options;
 }
 

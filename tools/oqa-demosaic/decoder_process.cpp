@@ -20,6 +20,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "file_bytes.h"
 #include "image_io_error.h"
@@ -32,12 +33,19 @@ namespace {
 // status of a sanitizer report.
 enum Child_exit : int { decoded = 0, refused = 100, unrecognised = 101, out_of_memory = 102 };
 
-// The start of a decoded image's memory file; the samples follow.
+// The start of a decoded image's memory file. Camera data, the shot's
+// metadata and header cards follow where present, then the samples.
 struct Image_header {
   std::int32_t width;
   std::int32_t height;
   std::int32_t phase;  // -1: the format records none
+  std::int32_t has_camera;
+  std::int32_t has_shot;
+  std::int32_t card_count;
 };
+
+static_assert(std::is_trivially_copyable_v<Camera_data> &&
+              std::is_trivially_copyable_v<Shot_metadata>);
 
 // Longest refusal message taken back from the child.
 constexpr std::size_t max_message_bytes = 512;
@@ -96,9 +104,18 @@ bool read_all_at(int fd, void* data, std::size_t size, off_t offset) {
   int status = EXIT_FAILURE;
   try {
     const Mosaic_image image = decode();
-    const Image_header header{image.width, image.height, image.phase ? *image.phase : -1};
+    const Picture_notes& notes = image.notes;
+    const Image_header header{image.width,
+                              image.height,
+                              image.phase ? *image.phase : -1,
+                              image.camera.has_value(),
+                              notes.shot.has_value(),
+                              static_cast<std::int32_t>(notes.fits_cards.size())};
     const bool written =
         write_all(result, &header, sizeof header) &&
+        (!image.camera || write_all(result, &*image.camera, sizeof *image.camera)) &&
+        (!notes.shot || write_all(result, &*notes.shot, sizeof *notes.shot)) &&
+        write_all(result, notes.fits_cards.data(), notes.fits_cards.size() * sizeof(Header_card)) &&
         write_all(result, image.samples.data(), image.samples.size() * sizeof(std::uint16_t));
     status = written ? decoded : out_of_memory;  // a memory file fails to grow for want of memory
   } catch (const Unrecognised_format_error&) {
@@ -169,6 +186,15 @@ std::string read_message(int result) {
   return message;
 }
 
+// Reads `count` objects at `offset` and moves past them.
+template <class T>
+bool read_next(int fd, T* objects, std::size_t count, off_t& offset) {
+  const std::size_t size = count * sizeof(T);
+  const bool read = read_all_at(fd, objects, size, offset);
+  offset += static_cast<off_t>(size);
+  return read;
+}
+
 // The child's image, checked against the memory file that carries it.
 Mosaic_image read_image(int result, const std::string& decoder) {
   const auto malformed = [&] {
@@ -176,13 +202,20 @@ Mosaic_image read_image(int result, const std::string& decoder) {
   };
   struct stat status {};
   Image_header header{};
-  if (::fstat(result, &status) != 0 || !read_all_at(result, &header, sizeof header, 0) ||
-      header.phase < -1 || header.phase > QN_CFA_PHASE_GREEN_IN_BLUE_ROW) {
+  off_t offset = 0;
+  if (::fstat(result, &status) != 0 || !read_next(result, &header, 1, offset) ||
+      header.phase < -1 || header.phase > QN_CFA_PHASE_GREEN_IN_BLUE_ROW || header.has_camera < 0 ||
+      header.has_camera > 1 || header.has_shot < 0 || header.has_shot > 1 ||
+      header.card_count < 0 || static_cast<std::size_t>(header.card_count) > max_fits_cards) {
     throw malformed();
   }
   check_image_size(header.width, header.height);
   const std::size_t count = static_cast<std::size_t>(header.width) * header.height;
-  if (static_cast<std::uint64_t>(status.st_size) != sizeof header + count * sizeof(std::uint16_t)) {
+  const std::uint64_t size = sizeof header + header.has_camera * sizeof(Camera_data) +
+                             header.has_shot * sizeof(Shot_metadata) +
+                             header.card_count * sizeof(Header_card) +
+                             count * sizeof(std::uint16_t);
+  if (static_cast<std::uint64_t>(status.st_size) != size) {
     throw malformed();
   }
   Mosaic_image image;
@@ -191,8 +224,21 @@ Mosaic_image read_image(int result, const std::string& decoder) {
   if (header.phase >= 0) {
     image.phase = static_cast<QN_COLOR_FILTER_ARRAY_PHASE>(header.phase);
   }
+  bool read = true;
+  if (header.has_camera != 0) {
+    read = read_next(result, &image.camera.emplace(), 1, offset);
+    make_safe(*image.camera, image.width, image.height);
+  }
+  if (header.has_shot != 0) {
+    read = read && read_next(result, &image.notes.shot.emplace(), 1, offset);
+    make_safe(*image.notes.shot);
+  }
+  std::vector<Header_card>& cards = image.notes.fits_cards;
+  cards.resize(static_cast<std::size_t>(header.card_count));
+  read = read && read_next(result, cards.data(), cards.size(), offset);
+  std::for_each(cards.begin(), cards.end(), [](Header_card& card) { make_safe(card); });
   image.samples.resize(count);
-  if (!read_all_at(result, image.samples.data(), count * sizeof(std::uint16_t), sizeof header)) {
+  if (!read || !read_next(result, image.samples.data(), count, offset)) {
     throw malformed();
   }
   return image;

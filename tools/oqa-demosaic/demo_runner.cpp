@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <string>
+#include <thread>
 
 #include "bayer_pattern.h"
 #include "demo_chart.h"
@@ -51,7 +52,7 @@ int run_demo(const Tool_options& options) {
   if (!by_name && !options.type_given) {
     std::fprintf(stderr,
                  "oqa-demosaic: %s: cannot tell the output type from the name; end it in .tif, "
-                 ".tiff, .png, .ppm or .raw, or give --type\n",
+                 ".tiff, .png, .ppm, .fits or .raw, or give --type\n",
                  target.c_str());
     return 1;
   }
@@ -83,7 +84,7 @@ int run_demo(const Tool_options& options) {
     }
     const std::string missing = not_offered_levels();
     if (!missing.empty()) {
-      std::printf("  (not offered by this processor: %s)\n", missing.c_str());
+      std::printf("  (cannot run here: %s)\n", missing.c_str());
     }
     if (!agree) {
       std::fprintf(stderr, "oqa-demosaic: the levels disagree; %s not written\n", target.c_str());
@@ -92,7 +93,9 @@ int run_demo(const Tool_options& options) {
     if (levels.size() > 1) {
       std::printf("All %zu levels agree byte for byte.\n", levels.size());
     }
-    write_image(type, output.descriptor(), reference);
+    Write_settings settings = options.write;
+    settings.threads = std::max(1U, std::thread::hardware_concurrency());
+    write_image(type, output.descriptor(), reference, settings);
     output.commit();
     std::printf("Wrote %s\n", target.c_str());
   } catch (const Image_io_error& error) {

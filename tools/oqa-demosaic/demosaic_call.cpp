@@ -1,6 +1,7 @@
 #include "demosaic_call.h"
 
 #include "image_io_error.h"
+#include "library_session.h"
 
 namespace oqa_tool {
 
@@ -53,7 +54,7 @@ void demosaic(const Mosaic_image& input, const Demosaic_request& request, Colour
   }
 }
 
-Library_session::Library_session() { qn_demosaic_module_initialize(); }
+Library_session::Library_session() { oqa_session::initialise_library(); }
 
 Library_session::~Library_session() { qn_demosaic_module_terminate(); }
 

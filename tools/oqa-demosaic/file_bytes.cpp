@@ -47,11 +47,11 @@ Input_file::Input_file(const std::string& path)
   }
 }
 
-std::vector<std::uint8_t> Input_file::read_all(std::uint64_t max_bytes) {
+Bytes Input_file::read_all(std::uint64_t max_bytes) {
   if (size_.value_or(0) > max_bytes) {
     throw_too_large(max_bytes);
   }
-  std::vector<std::uint8_t> bytes;
+  Bytes bytes;
   bytes.reserve(static_cast<std::size_t>(size_.value_or(0)));
   // Read to the end rather than trusting the size: pipes and growing files.
   std::uint8_t chunk[1 << 16];
@@ -73,7 +73,7 @@ std::vector<std::uint8_t> Input_file::read_all(std::uint64_t max_bytes) {
   }
 }
 
-std::vector<std::uint8_t> read_file_bytes(const std::string& path) {
+Bytes read_file_bytes(const std::string& path) {
   return Input_file(path).read_all(max_input_bytes);
 }
 

@@ -6,7 +6,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
+
+#include "image_memory.h"
 
 namespace oqa_tool {
 
@@ -41,7 +42,7 @@ class Input_file {
   // The whole content. Throws Image_io_error when the file holds more than
   // max_bytes: a regular file by its size, before reading; a pipe as soon as
   // more arrives.
-  std::vector<std::uint8_t> read_all(std::uint64_t max_bytes);
+  Bytes read_all(std::uint64_t max_bytes);
 
  private:
   File_descriptor file_;
@@ -49,7 +50,7 @@ class Input_file {
 };
 
 // Input_file(path).read_all(max_input_bytes).
-std::vector<std::uint8_t> read_file_bytes(const std::string& path);
+Bytes read_file_bytes(const std::string& path);
 
 }  // namespace oqa_tool
 

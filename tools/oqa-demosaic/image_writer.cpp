@@ -8,22 +8,28 @@ QN_COLOR_FORMAT format_for(Output_type type, QN_COLOR_FORMAT raw_layout) {
   return type == Output_type::raw ? raw_layout : QN_COLOR_FORMAT_RGB_INTERLEAVED;
 }
 
-void write_image(Output_type type, int descriptor, const Colour_image& image) {
+void write_image(Output_type type, int descriptor, const Colour_image& image,
+                 const Write_settings& settings) {
   if (type != Output_type::raw && image.format != QN_COLOR_FORMAT_RGB_INTERLEAVED) {
     throw Image_io_error("internal error: image writers need RGB-interleaved samples");
   }
+  const Compression_choice& compression =
+      choice_of(settings.compression.value_or(default_compression(type)));
   switch (type) {
     case Output_type::tiff:
-      write_tiff(descriptor, image);
+      write_tiff(descriptor, image, compression, settings.threads);
       return;
     case Output_type::png:
-      write_png(descriptor, image);
+      write_png(descriptor, image, compression, settings.threads);
       return;
     case Output_type::ppm:
       write_ppm(descriptor, image);
       return;
     case Output_type::raw:
       write_raw(descriptor, image);
+      return;
+    case Output_type::fits:
+      write_fits(descriptor, image);
       return;
   }
 }

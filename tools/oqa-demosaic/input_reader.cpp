@@ -4,6 +4,7 @@
 #include <string>
 
 #include "file_bytes.h"
+#include "fits_io.h"
 #include "image_io_error.h"
 #include "pgm_reader.h"
 #include "tiff_memory.h"
@@ -20,6 +21,9 @@ Mosaic_image read_mosaic(std::span<const std::uint8_t> bytes, const Read_options
   }
   if (looks_like_pgm(bytes)) {
     return read_pgm(bytes);
+  }
+  if (looks_like_fits(bytes)) {
+    return read_fits(bytes);
   }
   if (looks_like_tiff(bytes)) {
     std::optional<bool> plain;

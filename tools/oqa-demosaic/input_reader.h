@@ -19,7 +19,7 @@ struct Read_options {
   Camera_raw_options camera_raw;
 };
 
-// PGM, then single-channel 16-bit TIFF, then whatever LibRaw decodes.
+// PGM, FITS, then single-channel 16-bit TIFF, then whatever LibRaw decodes.
 // Throws Image_io_error.
 Mosaic_image read_mosaic(std::span<const std::uint8_t> bytes, const Read_options& options);
 

@@ -7,7 +7,6 @@
 #include "batch_runner.h"
 #include "command_line.h"
 #include "demo_runner.h"
-#include "own_library_folder.h"
 #include "processor_levels.h"
 #include "temporary_files.h"
 
@@ -23,12 +22,11 @@ int main(int argc, char** argv) {
     if (options->level != Level::automatic && !processor_offers(options->level) &&
         !options->quiet) {
       std::fprintf(stderr,
-                   "oqa-demosaic: note: this processor lacks the %s instructions; the library "
-                   "runs its scalar code instead\n",
+                   "oqa-demosaic: note: the %s level cannot run here (instructions or companion "
+                   "library missing); the library runs its scalar code instead\n",
                    level_name(options->level).c_str());
     }
-    std::optional<Library_session> library;
-    initialise_in_own_library_folder([&library] { library.emplace(); });
+    const Library_session library;
     return options->demo_output ? run_demo(*options) : run_batch(*options);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "oqa-demosaic: %s\n", error.what());

@@ -1,31 +1,23 @@
 #include "processor_levels.h"
 
+#include <algorithm>
+
+#include "library_session.h"
+
 namespace oqa_tool {
 
-// The same instruction sets the library requires of each companion.
 bool processor_offers(Level level) {
-  __builtin_cpu_init();
-  switch (level) {
-    case Level::sse:
-      return __builtin_cpu_supports("sse2") && __builtin_cpu_supports("sse4.1");
-    case Level::avx2:
-      return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-    case Level::avx512:
-      return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-             __builtin_cpu_supports("avx512bw");
-    case Level::automatic:
-    case Level::scalar:
-      break;
+  if (level == Level::automatic) {
+    return true;
   }
-  return true;
+  const std::vector<int> usable = oqa_session::usable_levels();
+  return std::find(usable.begin(), usable.end(), static_cast<int>(level)) != usable.end();
 }
 
 std::vector<Level> offered_levels() {
   std::vector<Level> levels;
-  for (const Level level : {Level::scalar, Level::sse, Level::avx2, Level::avx512}) {
-    if (processor_offers(level)) {
-      levels.push_back(level);
-    }
+  for (const int level : oqa_session::usable_levels()) {
+    levels.push_back(static_cast<Level>(level));
   }
   return levels;
 }

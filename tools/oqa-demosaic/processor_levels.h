@@ -1,5 +1,6 @@
-// Which instruction-set levels this processor can run. The library falls
-// back to scalar code for the others, so only these are worth timing.
+// Which instruction-set levels this process can run: the processor has the
+// instructions and the companion is installed. The library falls back to
+// scalar code for the others, so only these are worth timing.
 #ifndef OQA_TOOLS_PROCESSOR_LEVELS_H
 #define OQA_TOOLS_PROCESSOR_LEVELS_H
 

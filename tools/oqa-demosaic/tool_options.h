@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "demosaic_call.h"
+#include "image_writer.h"
 #include "input_reader.h"
 #include "output_type.h"
+#include "picture_steps.h"
 
 namespace oqa_tool {
 
@@ -30,6 +32,9 @@ struct Tool_options {
   // name has no known extension.
   bool type_given = false;
   QN_COLOR_FORMAT raw_layout = QN_COLOR_FORMAT_BGR_INTERLEAVED;
+  // The picture steps and the writers; the batch sets their threads per file.
+  Picture_options picture;
+  Write_settings write;
   bool force = false;
   bool quiet = false;
   unsigned jobs = 1;

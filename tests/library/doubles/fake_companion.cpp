@@ -34,11 +34,14 @@ OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_transform_interior_16_to_48_vecto
                                                             const unsigned short* input_buffer,
                                                             unsigned short* output_buffer) {
   ++companion().transforms;
-  with_color_format(color_format, [&](auto format) {
-    demosaic_interior_using_color_phase<format()>(width, height, origin_x, origin_y, input_buffer,
-                                                  output_buffer, phase);
-  });
-  return 0;
+  return with_color_format(color_format,
+                           [&](auto format) {
+                             demosaic_interior_using_color_phase<format()>(width, height, origin_x,
+                                                                           origin_y, input_buffer,
+                                                                           output_buffer, phase);
+                           })
+             ? 0
+             : 1;
 }
 
 #ifndef FAKE_COMPANION_WITHOUT_TERMINATE
