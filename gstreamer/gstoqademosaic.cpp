@@ -321,7 +321,7 @@ GstFlowReturn demosaic_frame(GstOqaDemosaic* self, const unsigned short* samples
   try {
     self->strip_triples.resize(workers->threads());
     for (auto& strip : self->strip_triples) {
-      strip.resize((std::min(strip_rows, height) + 2) * width * 3);
+      strip.resize(oqa_gst::strip_samples(request, strip_rows));
     }
   } catch (const std::bad_alloc&) {
     GST_ELEMENT_ERROR(self, RESOURCE, FAILED, ("Out of memory for the strips of a frame"),

@@ -158,6 +158,12 @@ void widen_rows(const std::uint16_t* triples, std::byte* output, std::size_t wid
   }
 }
 
+std::size_t strip_samples(const Frame_request& request, std::size_t strip_rows) {
+  const auto height = static_cast<std::size_t>(request.height);
+  return (std::clamp<std::size_t>(strip_rows, 1, height) + 2) *
+         static_cast<std::size_t>(request.width) * 3;
+}
+
 Row_band band_of(std::size_t height, std::size_t count, std::size_t index) {
   return {height * index / count, height * (index + 1) / count};
 }
@@ -169,7 +175,7 @@ int demosaic_to_quadruples(const Frame_request& request, const unsigned short* s
   const auto width = static_cast<std::size_t>(request.width);
   const auto height = static_cast<std::size_t>(request.height);
   strip_rows = std::clamp<std::size_t>(strip_rows, 1, height);
-  strip.resize((strip_rows + 2) * width * 3);
+  strip.resize(strip_samples(request, strip_rows));
   for (std::size_t first = band.first; first < band.end; first += strip_rows) {
     const std::size_t end = std::min(first + strip_rows, band.end);
     // The rows around the strip, within the frame: always two rows or more.

@@ -53,6 +53,10 @@ struct Row_band {
   std::size_t end;
 };
 
+// Samples of the scratch strip that demosaic_to_quadruples needs for
+// `request` in strips of `strip_rows` rows.
+std::size_t strip_samples(const Frame_request& request, std::size_t strip_rows);
+
 // Band `index` of `count` bands of nearly equal height that cover `height` rows.
 Row_band band_of(std::size_t height, std::size_t count, std::size_t index);
 
