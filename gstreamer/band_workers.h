@@ -2,6 +2,7 @@
 // own band of rows, and the frame is done when every band is.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -29,13 +30,15 @@ class Band_workers {
  private:
   void serve(unsigned band);
 
+  // Waking a sleeping thread costs tens of microseconds, far more on virtual
+  // machines, so each side polls for a while before it sleeps.
   std::mutex mutex_;
   std::condition_variable work_ready_;
   std::condition_variable work_done_;
   const std::function<void(unsigned)>* task_ = nullptr;
-  std::uint64_t generation_ = 0;
-  unsigned unfinished_ = 0;
-  bool stopping_ = false;
+  std::atomic<std::uint64_t> generation_ = 0;
+  std::atomic<unsigned> unfinished_ = 0;
+  std::atomic<bool> stopping_ = false;
   std::vector<std::thread> helpers_;
 };
 
