@@ -35,8 +35,9 @@ void select_instruction_set_level() {
   modules.sse = !vector_sse_demosaic_module.get()->load_failed;
   modules.avx2 = !vector_avx2_demosaic_module.get()->load_failed;
   modules.avx512 = !vector_avx512_demosaic_module.get()->load_failed;
-  vector_instructions_supported.store(choose_instruction_set_level(read_cpuid_words(), modules),
-                                      std::memory_order_relaxed);
+  vector_instructions_supported.store(
+      choose_instruction_set_level(oqa_vector::read_processor_words(), modules),
+      std::memory_order_relaxed);
 }
 
 // The usable module of a vector level, or null for the scalar path.

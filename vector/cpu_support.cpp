@@ -95,11 +95,11 @@ Processor_words read_processor_words() {
   unsigned edx = 0;
   __cpuid(0, eax, ebx, ecx, edx);
   words.max_leaf = eax;
-  if (words.max_leaf >= 1) {
-    __cpuid_count(1, 0, eax, ebx, ecx, edx);
-    words.leaf_1_ecx = ecx;
-    words.leaf_1_edx = edx;
-  }
+  // Leaf 1 exists on every x86-64 processor; the library's rule reads it
+  // without asking leaf 0.
+  __cpuid_count(1, 0, eax, ebx, ecx, edx);
+  words.leaf_1_ecx = ecx;
+  words.leaf_1_edx = edx;
   if (words.max_leaf >= 7) {
     __cpuid_count(7, 0, eax, ebx, ecx, edx);
     words.leaf_7_ebx = ebx;

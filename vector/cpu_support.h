@@ -1,7 +1,8 @@
 // Whether this processor and its operating system can run the kernel of one
 // companion library. Decided from the raw CPUID/XGETBV words by a pure
 // function, so that every processor (and every missing feature) can be
-// described in a test; only read_processor_words() touches the hardware.
+// described in a test; only read_processor_words() touches the hardware, for
+// the companions and for the library's own choice of level alike.
 #ifndef OQA_VECTOR_CPU_SUPPORT_H
 #define OQA_VECTOR_CPU_SUPPORT_H
 

@@ -1,6 +1,6 @@
 #include "modules/instruction_set_level.h"
 
-#include <cpuid.h>
+#include <cstdint>
 
 namespace {
 constexpr bool bit(std::uint32_t word, unsigned index) { return ((word >> index) & 1U) != 0; }
@@ -15,33 +15,17 @@ constexpr unsigned leaf_1_edx_sse = 25;
 constexpr unsigned leaf_1_edx_sse2 = 26;
 }  // namespace
 
-Cpuid_words read_cpuid_words() {
-  Cpuid_words words;
-  unsigned eax = 0;
-  unsigned ebx = 0;
-  unsigned ecx = 0;
-  unsigned edx = 0;
-  __cpuid(0, eax, ebx, ecx, edx);
-  words.max_leaf = static_cast<std::int32_t>(eax);
-  __cpuid_count(1, 0, eax, ebx, ecx, edx);
-  words.leaf_1_ecx = ecx;
-  words.leaf_1_edx = edx;
-  if (words.max_leaf >= 7) {
-    __cpuid_count(7, 0, eax, ebx, ecx, edx);
-    words.leaf_7_ebx = ebx;
-  }
-  return words;
-}
-
-Instruction_set_level choose_instruction_set_level(Cpuid_words const& words,
+Instruction_set_level choose_instruction_set_level(oqa_vector::Processor_words const& words,
                                                    Module_usability const& modules) {
-  if (words.max_leaf >= 7 && bit(words.leaf_7_ebx, leaf_7_ebx_avx512f) &&
+  // Leaf 0's EAX is compared as a signed value.
+  auto const max_leaf = static_cast<std::int32_t>(words.max_leaf);
+  if (max_leaf >= 7 && bit(words.leaf_7_ebx, leaf_7_ebx_avx512f) &&
       bit(words.leaf_7_ebx, leaf_7_ebx_avx512dq) && bit(words.leaf_7_ebx, leaf_7_ebx_avx512bw) &&
       modules.avx512) {
     return instruction_set_avx512;
   }
-  bool const fma = words.max_leaf >= 1 && bit(words.leaf_1_ecx, leaf_1_ecx_fma);
-  bool const avx2 = words.max_leaf >= 7 && bit(words.leaf_7_ebx, leaf_7_ebx_avx2);
+  bool const fma = max_leaf >= 1 && bit(words.leaf_1_ecx, leaf_1_ecx_fma);
+  bool const avx2 = max_leaf >= 7 && bit(words.leaf_7_ebx, leaf_7_ebx_avx2);
   if (avx2 && fma && modules.avx2) {
     return instruction_set_avx2;
   }

@@ -21,7 +21,7 @@ constexpr std::uint32_t bit(unsigned index) { return 1U << index; }
 constexpr std::uint32_t all_edx = bit(25) | bit(26);
 constexpr std::uint32_t all_ecx = bit(12) | bit(19);
 constexpr std::uint32_t all_ebx = bit(5) | bit(16) | bit(17) | bit(30);
-constexpr Cpuid_words everything{13, all_ecx, all_edx, all_ebx};
+constexpr oqa_vector::Processor_words everything{13, all_ecx, all_edx, all_ebx};
 constexpr Module_usability all{true, true, true};
 
 TEST(InstructionSetLevel, HighestLevelOfTheProcessorWithAUsableModule) {
@@ -29,7 +29,7 @@ TEST(InstructionSetLevel, HighestLevelOfTheProcessorWithAUsableModule) {
                  avx2 = instruction_set_avx2, avx512 = instruction_set_avx512;
   struct Choice {
     char const* name;
-    Cpuid_words words;
+    oqa_vector::Processor_words words;
     Module_usability modules;
     Instruction_set_level expected;
   } const choices[] = {
@@ -59,7 +59,8 @@ TEST(InstructionSetLevel, HighestLevelOfTheProcessorWithAUsableModule) {
 }
 
 TEST(InstructionSetLevel, ThisProcessorIsRead) {
-  EXPECT_EQ(choose_instruction_set_level(read_cpuid_words(), all), test_support::processor_level());
+  EXPECT_EQ(choose_instruction_set_level(oqa_vector::read_processor_words(), all),
+            test_support::processor_level());
 }
 
 // The working directory holds the complete fake companions; the broken set
