@@ -45,7 +45,7 @@ struct Totals {
   double demosaic_seconds = 0.0;
   // Notes already given, each once a run.
   std::atomic<bool> noted_no_camera{false};
-  std::atomic<bool> noted_raw_output{false};
+  std::atomic<bool> noted_buffer_output{false};
 };
 
 struct Converted {
@@ -54,7 +54,7 @@ struct Converted {
   // The job asked for steps that need camera data, or a picture, and did
   // not get them.
   bool lacked_camera = false;
-  bool raw_output = false;
+  bool buffer_output = false;
 };
 
 // An error and the file it concerns: the input for reading problems, the
@@ -145,7 +145,7 @@ Converted convert(const Tool_options& options, const Plan& plan, const Job& job)
                       "RGGB|BGGR|GRBG|GBRG"};
   }
   const Demosaic_request request{*phase, options.origin_x, options.origin_y,
-                                 format_for(job.type, options.raw_layout), options.level};
+                                 format_for(job.type, options.buffer_layout), options.level};
   Colour_image result;
   const auto start = std::chrono::steady_clock::now();
   try {
@@ -154,7 +154,7 @@ Converted convert(const Tool_options& options, const Plan& plan, const Job& job)
     throw Job_failure{job.input, error.what()};
   }
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-  const bool picture = job.type != Output_type::raw;
+  const bool picture = job.type != Output_type::library_buffer;
   Converted converted{static_cast<std::uint64_t>(result.width) * result.height, seconds.count(),
                       !image.camera.has_value(), !picture};
   const std::optional<Camera_data> camera = image.camera;
@@ -196,8 +196,8 @@ void note_unused_steps(const Tool_options& options, const Job& job, const Conver
               std::string(step) + " needs camera raw input; " + job.input +
                   " (and any other input without camera data) keeps the library's samples");
   }
-  if (options.picture.develop && converted.raw_output) {
-    note_once(totals.noted_raw_output, progress,
+  if (options.picture.develop && converted.buffer_output) {
+    note_once(totals.noted_buffer_output, progress,
               "--develop does not apply to .raw outputs, which hold the library's buffer as is");
   }
 }

@@ -66,10 +66,10 @@ CLI::Validator accepted_by(Parser parser, const std::string& expected) {
       expected);
 }
 
-struct Raw_text {
+struct Option_text {
   std::string pattern;
   std::string origin = "0,0";
-  std::string raw_size;
+  std::string headerless_size;
   std::string type = "tiff";
   std::string layout = "bgr";
   std::string level = "auto";
@@ -83,7 +83,7 @@ struct Raw_text {
 std::optional<Tool_options> parse_command_line(int argc, char** argv, int& exit_status) {
   Tool_options options;
   options.jobs = std::max(1U, std::thread::hardware_concurrency());
-  Raw_text text;
+  Option_text text;
 
   CLI::App app{
       "Demosaics Bayer raw frames into 48-bit colour images with the ostrevan_oqa_demosaic "
@@ -108,7 +108,7 @@ std::optional<Tool_options> parse_command_line(int argc, char** argv, int& exit_
                  "(e.g. --origin=1,0 or --origin=-1,-1)")
       ->check(accepted_by(parse_origin, "X,Y"))
       ->capture_default_str();
-  app.add_option("--raw", text.raw_size,
+  app.add_option("--raw", text.headerless_size,
                  "Inputs are headerless little-endian 16-bit samples of this size "
                  "(e.g. --raw 4096x3072)")
       ->check(accepted_by(parse_frame_size, "WIDTHxHEIGHT"));
@@ -197,12 +197,12 @@ std::optional<Tool_options> parse_command_line(int argc, char** argv, int& exit_
   const std::pair<int, int> origin = *parse_origin(text.origin);
   options.origin_x = origin.first;
   options.origin_y = origin.second;
-  if (!text.raw_size.empty()) {
-    options.read.headerless = parse_frame_size(text.raw_size);
+  if (!text.headerless_size.empty()) {
+    options.read.headerless = parse_frame_size(text.headerless_size);
   }
   options.type = *parse_output_type(text.type);
   options.type_given = app.get_option("--type")->count() > 0;
-  options.raw_layout = *oqa_session::parse_layout(text.layout);
+  options.buffer_layout = *oqa_session::parse_layout(text.layout);
   options.level = *parse_level(text.level);
   options.picture.white_balance = *parse_white_balance(text.white_balance);
   if (!text.compression.empty()) {

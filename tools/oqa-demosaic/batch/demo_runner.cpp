@@ -67,7 +67,7 @@ int run_demo(const Tool_options& options) {
     std::printf("Demosaicing a %dx%d %s test chart (colour bars, gradients, zone plate, text)\n",
                 chart_width, chart_height, pattern_name(phase).c_str());
 
-    Demosaic_request request{phase, 0, 0, format_for(type, options.raw_layout), Level::scalar};
+    Demosaic_request request{phase, 0, 0, format_for(type, options.buffer_layout), Level::scalar};
     Colour_image reference;
     Colour_image result;
     bool agree = true;

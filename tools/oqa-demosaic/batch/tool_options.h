@@ -31,7 +31,7 @@ struct Tool_options {
   // The user named --type: it then also applies to an output file whose
   // name has no known extension.
   bool type_given = false;
-  QN_COLOR_FORMAT raw_layout = QN_COLOR_FORMAT_BGR_INTERLEAVED;
+  QN_COLOR_FORMAT buffer_layout = QN_COLOR_FORMAT_BGR_INTERLEAVED;
   // The picture steps and the writers; the batch sets their threads per file.
   Picture_options picture;
   Write_settings write;

@@ -122,8 +122,8 @@ Filter_colour filter_colour(int libraw_colour) {
   }
 }
 
-void refuse_non_bayer(LibRaw& raw) {
-  const libraw_iparams_t& identity = raw.imgdata.idata;
+void refuse_non_bayer(LibRaw& decoder) {
+  const libraw_iparams_t& identity = decoder.imgdata.idata;
   const std::string camera = std::string(identity.make) + " " + identity.model;
   if (identity.filters == 9) {
     throw Image_io_error("X-Trans sensor (" + camera + ") is not a Bayer mosaic");
@@ -138,24 +138,24 @@ void refuse_non_bayer(LibRaw& raw) {
   if (identity.colors != 3) {
     throw Image_io_error("four-colour filter array (" + camera + ") is not an RGB Bayer mosaic");
   }
-  if (raw.is_fuji_rotated() != 0) {
+  if (decoder.is_fuji_rotated() != 0) {
     throw Image_io_error("rotated sensor layout (" + camera + ") is not supported");
   }
 }
 
 // The phase at the visible area's top-left; every row of LibRaw's 8-row
 // pattern description must repeat that 2x2 cell.
-QN_COLOR_FILTER_ARRAY_PHASE visible_phase(LibRaw& raw) {
+QN_COLOR_FILTER_ARRAY_PHASE visible_phase(LibRaw& decoder) {
   const std::array<Filter_colour, 4> cell{
-      filter_colour(raw.COLOR(0, 0)), filter_colour(raw.COLOR(0, 1)),
-      filter_colour(raw.COLOR(1, 0)), filter_colour(raw.COLOR(1, 1))};
+      filter_colour(decoder.COLOR(0, 0)), filter_colour(decoder.COLOR(0, 1)),
+      filter_colour(decoder.COLOR(1, 0)), filter_colour(decoder.COLOR(1, 1))};
   const std::optional<QN_COLOR_FILTER_ARRAY_PHASE> phase = phase_of_cell(cell);
   bool periodic = phase.has_value();
   for (int row = 0; periodic && row < 8; ++row) {
     for (int column = 0; column < 2; ++column) {
       periodic =
           periodic &&
-          filter_colour(raw.COLOR(row, column)) ==
+          filter_colour(decoder.COLOR(row, column)) ==
               cell[(static_cast<std::size_t>(row) & 1U) * 2 + static_cast<std::size_t>(column)];
     }
   }
@@ -172,12 +172,12 @@ QN_COLOR_FILTER_ARRAY_PHASE visible_phase(LibRaw& raw) {
   throw Image_io_error(what + std::string(LibRaw::strerror(result)));
 }
 
-void normalize(LibRaw& raw, Mosaic_image& image) {
-  const libraw_colordata_t& colour = raw.imgdata.color;
+void normalize(LibRaw& decoder, Mosaic_image& image) {
+  const libraw_colordata_t& colour = decoder.imgdata.color;
   const unsigned white = colour.maximum;
   for (int row = 0; row < image.height; ++row) {
     for (int column = 0; column < image.width; ++column) {
-      const unsigned black = black_level(colour, raw.COLOR(row, column), row, column);
+      const unsigned black = black_level(colour, decoder.COLOR(row, column), row, column);
       if (white <= black) {
         throw Image_io_error("cannot normalize: white level " + std::to_string(white) +
                              " is not above black level " + std::to_string(black));
@@ -197,10 +197,10 @@ Mosaic_image decode_camera_raw(std::span<const std::uint8_t> bytes,
                                const Camera_raw_options& options) {
   Counting_stream stream(bytes);  // outlives the LibRaw object that reads it
   // LibRaw's object is large; keep it off the stack.
-  auto raw = std::make_unique<LibRaw>(LIBRAW_OPIONS_NO_MEMERR_CALLBACK);
+  auto decoder = std::make_unique<LibRaw>(LIBRAW_OPIONS_NO_MEMERR_CALLBACK);
   int data_errors = 0;
-  raw->set_dataerror_handler(&count_data_error, &data_errors);
-  int result = raw->open_datastream(&stream);
+  decoder->set_dataerror_handler(&count_data_error, &data_errors);
+  int result = decoder->open_datastream(&stream);
   if (result != LIBRAW_SUCCESS) {
     // Too short to identify counts as unrecognised, not as a damaged raw.
     if (result == LIBRAW_FILE_UNSUPPORTED || result == LIBRAW_IO_ERROR) {
@@ -208,14 +208,14 @@ Mosaic_image decode_camera_raw(std::span<const std::uint8_t> bytes,
     }
     throw_libraw_error("corrupt camera raw: ", result);
   }
-  refuse_non_bayer(*raw);
-  const std::uint64_t sensor_pixels = check_sensor_size(raw->imgdata.sizes, bytes.size());
+  refuse_non_bayer(*decoder);
+  const std::uint64_t sensor_pixels = check_sensor_size(decoder->imgdata.sizes, bytes.size());
   stream.restart_count();
-  result = raw->unpack();
+  result = decoder->unpack();
   if (result != LIBRAW_SUCCESS) {
     throw_libraw_error("corrupt camera raw data: ", result);
   }
-  if (data_errors > 0 || raw->error_count() > 0) {
+  if (data_errors > 0 || decoder->error_count() > 0) {
     throw Image_io_error("truncated or corrupt camera raw data");
   }
   if (stream.taken() * max_pixels_per_byte < sensor_pixels) {
@@ -223,7 +223,7 @@ Mosaic_image decode_camera_raw(std::span<const std::uint8_t> bytes,
                          std::to_string(stream.taken()) + " bytes for " +
                          std::to_string(sensor_pixels) + " samples");
   }
-  const libraw_rawdata_t& data = raw->imgdata.rawdata;
+  const libraw_rawdata_t& data = decoder->imgdata.rawdata;
   if (data.raw_image == nullptr) {
     throw Image_io_error("camera raw holds no Bayer mosaic (full-colour or floating-point data)");
   }
@@ -238,7 +238,7 @@ Mosaic_image decode_camera_raw(std::span<const std::uint8_t> bytes,
   Mosaic_image image;
   image.width = sizes.width;
   image.height = sizes.height;
-  image.phase = visible_phase(*raw);
+  image.phase = visible_phase(*decoder);
   image.samples.resize(static_cast<std::size_t>(image.width) * image.height);
   const std::size_t pitch = sizes.raw_pitch / 2;  // bytes to samples
   for (int row = 0; row < image.height; ++row) {
@@ -247,10 +247,10 @@ Mosaic_image decode_camera_raw(std::span<const std::uint8_t> bytes,
     std::copy(source, source + image.width,
               image.samples.begin() + static_cast<std::ptrdiff_t>(row) * image.width);
   }
-  image.camera = camera_data_of(*raw, bytes);
-  image.notes.shot = shot_metadata_of(*raw);
+  image.camera = camera_data_of(*decoder, bytes);
+  image.notes.shot = shot_metadata_of(*decoder);
   if (options.normalize) {
-    normalize(*raw, image);
+    normalize(*decoder, image);
     image.camera->black = {};
     image.camera->white = 65535;
   }

@@ -1,5 +1,5 @@
 // Output writers. TIFF, PNG, PPM and FITS take RGB-interleaved images; the
-// raw writer dumps the samples in whatever layout the image has. Each
+// library-buffer writer (.raw files) dumps the samples in whatever layout the image has. Each
 // writes through the open, empty file `descriptor` (readable too, for
 // libtiff) and leaves it open. Images of 8 bits are written as such where
 // the format has 8-bit samples.
@@ -32,13 +32,13 @@ void write_png(int descriptor, const Colour_image& image, const Compression_choi
 // P6, maxval 65535 (big-endian samples) or 255.
 void write_ppm(int descriptor, const Colour_image& image);
 // The samples as they lie in memory (16-bit little-endian), no header.
-void write_raw(int descriptor, const Colour_image& image);
+void write_library_buffer(int descriptor, const Colour_image& image);
 // A cube of three planes R, G, B (NAXIS3 = 3), the input's cards carried
 // over and the shot described in cards of its own.
 void write_fits(int descriptor, const Colour_image& image);
 
 // The layout the library must produce for `type`.
-QN_COLOR_FORMAT format_for(Output_type type, QN_COLOR_FORMAT raw_layout);
+QN_COLOR_FORMAT format_for(Output_type type, QN_COLOR_FORMAT buffer_layout);
 
 // Dispatches on `type`. All writers throw Image_io_error.
 void write_image(Output_type type, int descriptor, const Colour_image& image,

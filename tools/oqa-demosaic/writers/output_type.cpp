@@ -22,7 +22,7 @@ constexpr Type_names type_names[] = {
     {Output_type::tiff, Compression::none, {"tiff", "tif"}},
     {Output_type::png, Compression::fast, {"png"}},
     {Output_type::ppm, Compression::none, {"ppm"}},
-    {Output_type::raw, Compression::none, {"raw"}},
+    {Output_type::library_buffer, Compression::none, {"raw"}},
     {Output_type::fits, Compression::none, {"fits", "fit", "fts"}}};
 
 // Fast: matching strings in 16-bit photographs finds little beyond runs

@@ -11,7 +11,7 @@
 
 namespace oqa_tool {
 
-enum class Output_type { tiff, png, ppm, raw, fits };
+enum class Output_type { tiff, png, ppm, library_buffer, fits };
 
 // "tiff", "tif", "png", "ppm", "raw", "fits", "fit", "fts" (case-insensitive).
 std::optional<Output_type> parse_output_type(std::string_view name);
