@@ -1,8 +1,7 @@
-// Fuzzer over the public transform: any arguments, valid or not, small
-// images, any instruction-set level. Every call is checked against the
-// argument rules (result code, one error record with the exact text, nothing
-// written when rejected) and every accepted call against the scalar level
-// and an independent per-pixel model.
+// Fuzzer over the public transform with any arguments, small images and any
+// level: every call against the argument rules (result code, one error
+// record with the exact text, nothing written when refused), every accepted
+// one against the scalar level and the independent per-pixel model.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
@@ -91,9 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t siz
       data.ConsumeBool() ? data.ConsumeIntegralInRange(-1, 4) : data.ConsumeIntegral<int>();
   bool const default_entry = data.ConsumeIntegralInRange(0, 3) == 0;
 
-  bool const valid_size = a.width >= 2 && a.height >= 2;
-  std::size_t const pixels =
-      valid_size ? static_cast<std::size_t>(a.width) * static_cast<std::size_t>(a.height) : 4;
+  std::size_t const pixels = a.width >= 2 && a.height >= 2 ? std::size_t(a.width) * a.height : 4;
   // Exactly sized, so that any access outside the caller's buffers is caught.
   std::vector<std::uint16_t> input(pixels);
   std::vector<std::uint8_t> const samples = data.ConsumeRemainingBytes<std::uint8_t>();
@@ -111,8 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t siz
   if (code != expected.code) fail("wrong result code", a, code);
   check_log(a, expected, code);
   if (code != 0) {
-    if (!std::all_of(output.begin(), output.end(),
-                     [](std::uint16_t s) { return s == untouched; })) {
+    if (output != std::vector<std::uint16_t>(output.size(), untouched)) {
       fail("a refused call wrote to the output", a, code);
     }
     return 0;

@@ -50,24 +50,13 @@ def test_every_call_gives_the_library_scalar_bytes(level, layout):
         for pattern in PHASES:
             for origin in ORIGINS:
                 expected = scalar_reference(frame, pattern, origin, layout)
-                for mosaic in copies:
+                # The last copy's image goes into an out array of its own.
+                outs = [None, None, None, np.full(expected.shape, 7, np.uint16)]
+                for mosaic, out in zip(copies, outs):
                     image = oqa_demosaic.demosaic(mosaic, pattern.lower(), origin=origin,
-                                                  layout=layout, level=level)
+                                                  layout=layout, level=level, out=out)
+                    assert out is None or image is out
                     np.testing.assert_array_equal(image, expected, f"{pattern} {origin}")
-
-
-@pytest.mark.parametrize("layout", FORMATS)
-def test_out_is_written_in_place(layout):
-    frame = np.random.default_rng(3).integers(0, 1 << 16, (9, 11), dtype=np.uint16)
-    expected = oqa_demosaic.demosaic(frame, "GBRG", layout=layout)
-    out = np.full(expected.shape, 7, np.uint16)
-    assert oqa_demosaic.demosaic(frame, "GBRG", layout=layout, out=out) is out
-    np.testing.assert_array_equal(out, expected)
-
-
-def shared_with_out(out):
-    """A mosaic whose samples are the out array's own."""
-    return out[:, :, 0]
 
 
 GOOD = np.arange(24, dtype=np.uint16).reshape(4, 6)
@@ -105,19 +94,19 @@ BAD_CALLS = [
 def test_bad_call_raises_and_writes_nothing(error, mosaic, arguments):
     out = arguments.get("out", np.full((4, 6, 3), 4321, np.uint16))
     if mosaic is None:
-        mosaic = shared_with_out(out)
+        mosaic = out[:, :, 0]  # samples that are the out array's own
     before = np.array(out, copy=True)
     with pytest.raises(error):
         oqa_demosaic.demosaic(mosaic, **{**arguments, "out": out})
     np.testing.assert_array_equal(out, before)
 
 
-def test_library_result_code_raises_error_with_code():
+def test_exit_while_daemon_threads_transform_is_clean_and_a_late_call_raises_its_code():
     # The only code a checked call can meet: after the package's exit handler
     # has terminated the library. atexit runs this script's handler later,
     # because it was registered before the package's.
     script = """
-import atexit, pickle, numpy
+import atexit, pickle, threading, time, numpy
 def late_call():
     try:
         oqa_demosaic.demosaic(numpy.zeros((2, 2), numpy.uint16))
@@ -125,15 +114,6 @@ def late_call():
         print(isinstance(error, RuntimeError), error.code, pickle.loads(pickle.dumps(error)).code)
 atexit.register(late_call)
 import oqa_demosaic
-"""
-    result = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True,
-                            check=True, timeout=60)
-    assert result.stdout.split() == ["True", "1", "1"]
-
-
-def test_exit_while_daemon_threads_transform_is_clean():
-    script = """
-import threading, time, numpy, oqa_demosaic
 def convert_forever():
     frame = numpy.zeros((1024, 1024), numpy.uint16)
     out = numpy.empty((3, 1024, 1024), numpy.uint16)
@@ -144,7 +124,9 @@ for _ in range(2):
 time.sleep(0.2)
 """
     for _ in range(2):  # the exit meets the threads at different points
-        subprocess.run([sys.executable, "-c", script], check=True, timeout=60)
+        result = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True,
+                                check=True, timeout=60)
+        assert result.stdout.split() == ["True", "1", "1"]
 
 
 def test_python_threads_run_during_a_transform():

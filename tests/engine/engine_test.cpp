@@ -1,45 +1,20 @@
-// The scalar engine: the averaging rules on their own (every missing sample
-// is one of these averages), then whole frames and the interior and border
-// passes alone, against worked examples and the independent per-pixel model.
+// The scalar engine: whole frames, and the interior and border passes alone,
+// against the independent per-pixel model, which holds the averaging rules
+// (every missing sample is one of its averages).
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <random>
-#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "bayer_reference_model.h"
 #include "engine/border_demosaic.h"
 #include "engine/interior_demosaic.h"
-#include "engine/pixel_geometry.h"
 #include "library_test_support.h"
 
 namespace {
-
-using namespace demosaic_grid_names;  // NOLINT(google-build-using-namespace)
-
-// The average over positions P around the centre of a 3x3 neighbourhood
-// given row by row.
-template <typename... P>
-unsigned short average(std::array<unsigned short, 9> const& samples) {
-  Dimensional_array_overlay<unsigned short> const view{samples.data(), 3, 3};
-  return Pixel_averager<std::tuple<P...>>{}(view, 1, 1);
-}
-
-TEST(PixelAverager, OneCopiesTwoRoundHalvesUpThreeTruncateFourAveragePairwise) {
-  EXPECT_EQ((average<G8>({0, 0, 0, 0, 9, 0, 0, 0, 17})), 17);
-  EXPECT_EQ((average<G3, G5>({0, 0, 0, 1, 0, 2, 0, 0, 0})), 2);
-  EXPECT_EQ((average<G1, G7, G5>({0, 1, 0, 0, 0, 0, 0, 1, 0})), 0);
-  EXPECT_EQ((average<G0, G2, G6, G8>({0, 0, 0, 0, 0, 0, 0, 0, 1})), 1);
-  // left 0, right 1, above 0, below 3: (0+1+1)>>1 = 1, (0+3+1)>>1 = 2, (1+2+1)>>1 = 2
-  EXPECT_EQ((average<G3, G5, G1, G7>({0, 0, 0, 0, 0, 1, 0, 3, 0})), 2);
-  // 0, 0, 1, 3 paired as written gives 1; pairing the first with the third would give 2.
-  EXPECT_EQ((average<G0, G2, G6, G8>({0, 0, 0, 0, 0, 0, 1, 0, 3})), 1);
-  EXPECT_EQ((average<G0, G2, G6, G8>({65535, 0, 65535, 0, 0, 0, 65535, 0, 65535})), 65535);
-}
 
 using Samples = std::vector<std::uint16_t>;
 constexpr std::uint16_t sentinel = 0xBEEF;
@@ -58,37 +33,6 @@ Samples run_pass(bool interior, Samples const& input, int width, int height, int
     }
   }));
   return output;
-}
-
-// The worked examples: 2x2, 3x3 in two formats and two phases, and 4x4 whose
-// interior is one cell of every class: (250, 335, 420), (370, 360, 520),
-// (970, 810, 820) and (1170, 1085, 1000).
-TEST(WorkedExamples, GiveExactlyTheseSamples) {
-  struct Example {
-    int width, height, phase, format;
-    Samples input, expected;
-  };
-  Samples const three_by_three = {0, 3, 1, 4, 9, 7, 2, 6, 5};
-  Samples const four_by_four = {0,   10,  40,   90,   160,  250,  360,  490,
-                                640, 810, 1000, 1210, 1440, 1690, 1960, 2250};  // 10 * i * i
-  Example const examples[] = {
-      {2, 2, 0, 1, {100, 7, 8, 300}, {300, 8, 100, 300, 7, 100, 300, 8, 100, 300, 8, 100}},
-      {3, 3, 0, 0, three_by_three, {9, 9, 9, 9, 9, 9, 9, 9, 9, 4, 3, 5, 4, 6,
-                                    7, 5, 6, 7, 0, 1, 1, 1, 3, 3, 2, 4, 5}},
-      {3, 3, 2, 1, three_by_three, {4, 0, 3, 6, 3, 3, 7, 1, 3, 4, 3, 5, 6, 9,
-                                    5, 7, 5, 5, 4, 2, 6, 6, 5, 6, 7, 5, 6}},
-      {4, 4, 0, 1, four_by_four, {250,  85,   0,    250,  10,   20,   370,  153,  40,  490,
-                                  90,   40,   250,  160,  320,  250,  335,  420,  370, 360,
-                                  520,  490,  553,  520,  970,  803,  640,  970,  810, 820,
-                                  1170, 1085, 1000, 1370, 1210, 1000, 1690, 1440, 640, 1690,
-                                  1403, 820,  1970, 1960, 1000, 2250, 1585, 1000}},
-  };
-  qn_demosaic_module_initialize();
-  for (Example const& e : examples) {
-    EXPECT_EQ(test_support::transform(e.input, e.width, e.height, e.phase, e.format, 0), e.expected)
-        << e.width << "x" << e.height << " phase " << e.phase << " format " << e.format;
-  }
-  qn_demosaic_module_terminate();
 }
 
 // Every size up to 9x9, random ones up to 70x70 and long thin ones, every

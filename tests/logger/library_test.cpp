@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -27,7 +28,7 @@ constexpr char const* config_name = "ostrevan_oqa_logger.cfg";
 
 class Logger_library : public testing::Test {
  protected:
-  Scratch_directory const scratch_;
+  Scratch_folder const scratch_;
 };
 
 // Every field, escaped, on one line that is in the file at once, for a
@@ -80,9 +81,7 @@ TEST_F(Logger_library, EntriesKeepTheLevelRefuseBadArgumentsAndBalanceByName) {
   EXPECT_NE(oqa_log(log, -1, "f", 1, "fn", "m"), 0);
   EXPECT_NE(oqa_log(log, 8, "f", 1, "fn", "m"), 0);
   oqa_free_log(nullptr, nullptr);
-  for (int priority = 0; priority <= 7; ++priority) {
-    EXPECT_EQ(oqa_log(log, priority, nullptr, priority, nullptr, nullptr), 0);
-  }
+  for (int p = 0; p <= 7; ++p) EXPECT_EQ(oqa_log(log, p, nullptr, p, nullptr, nullptr), 0);
   oqa_free_log("", "");
   oqa_free_log("", "");
   std::string kept;
@@ -147,9 +146,8 @@ TEST_P(Untrusted_configs, WarnOnStderrAndChangeNothing) {
   std::string const config = use_config(scratch_, trust.config);
   if (trust.config.empty()) std::filesystem::remove(config);
   write_file(scratch_ / "victim", "precious\n");
-  if (trust.link_to != nullptr) {
+  if (trust.link_to)
     std::filesystem::create_symlink(scratch_ / trust.link_to, scratch_ / "link.log");
-  }
   if (trust.fifo != nullptr) mkfifo((scratch_ / trust.fifo).c_str(), 0600);
   std::string const untouched = scratch_ / trust.untouched;
   bool const existed = std::filesystem::exists(untouched);
@@ -161,40 +159,35 @@ TEST_P(Untrusted_configs, WarnOnStderrAndChangeNothing) {
   std::vector<std::string> const lines = split_lines(testing::internal::GetCapturedStderr());
   ASSERT_EQ(lines.size(), 2U) << testing::PrintToString(lines);
   EXPECT_NE(lines[0].find("[4 warning] M pid="), std::string::npos) << lines[0];
-  EXPECT_NE(
-      lines[0].find(config + ":" + std::to_string(trust.line) + " oqa_get_log: " + trust.warning),
-      std::string::npos)
-      << lines[0];
+  std::string const warning = config + ":" + std::to_string(trust.line) + " oqa_get_log: ";
+  EXPECT_NE(lines[0].find(warning + trust.warning), std::string::npos) << lines[0];
   EXPECT_TRUE(lines[1].ends_with("f.cpp:9 fn: still here")) << lines[1];
   EXPECT_EQ(std::filesystem::exists(untouched), existed);
   EXPECT_EQ(read_file(untouched), existed ? "precious\n" : "");
 }
 
 std::string const hostile = "\"; touch pwned; \x1b[2J\"" + std::string(80, 'A');
+std::string const not_opened = "cannot open output: ";
+std::string const not_read = "cannot read configuration file: ";
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Untrusted_configs,
-    testing::Values(
-        // Outputs that are no regular file, or whose folder is missing.
-        Trust_case{"output = link.log\n", "victim", nullptr, 1,
-                   "cannot open output: it is a symbolic link; writing to stderr", "victim"},
-        Trust_case{"output = link.log\n", "absent", nullptr, 1,
-                   "cannot open output: it is a symbolic link", "absent"},
-        Trust_case{"\noutput = missing/sub/out.log\n", nullptr, nullptr, 2,
-                   "cannot open output: its folder does not exist", "missing"},
-        // Opening a FIFO without a reader would wait for ever.
-        Trust_case{"output = fifo.log\n", nullptr, "fifo.log", 1,
-                   "cannot open output: it is not a regular file", "victim"},
-        Trust_case{"level = " + hostile + "\n", nullptr, nullptr, 1,
-                   "bad value \"\\\"; touch pwned; \\x1b[2J\\\"" + std::string(43, 'A') +
-                       "\"... for level",
-                   "pwned"},
-        Trust_case{"", nullptr, nullptr, 0,
-                   "cannot read configuration file: No such file or directory", "logger.cfg"},
-        Trust_case{"", nullptr, "logger.cfg", 0,
-                   "cannot read configuration file: not a regular file", "victim"},
-        Trust_case{"output = victim\n" + std::string(70000, '#'), nullptr, nullptr, 0,
-                   "cannot read configuration file: larger than 64 KiB", "victim"}));
+Trust_case const trust_cases[] = {
+    // Outputs that are no regular file, or whose folder is missing.
+    {"output = link.log\n", "victim", nullptr, 1,
+     not_opened + "it is a symbolic link; writing to stderr", "victim"},
+    {"output = link.log\n", "absent", nullptr, 1, not_opened + "it is a symbolic link", "absent"},
+    {"\noutput = missing/sub/out.log\n", nullptr, nullptr, 2,
+     not_opened + "its folder does not exist", "missing"},
+    // Opening a FIFO without a reader would wait for ever.
+    {"output = fifo.log\n", nullptr, "fifo.log", 1, not_opened + "it is not a regular file",
+     "victim"},
+    {"level = " + hostile + "\n", nullptr, nullptr, 1,
+     "bad value \"\\\"; touch pwned; \\x1b[2J\\\"" + std::string(43, 'A') + "\"... for level",
+     "pwned"},
+    {"", nullptr, nullptr, 0, not_read + "No such file or directory", "logger.cfg"},
+    {"", nullptr, "logger.cfg", 0, not_read + "not a regular file", "victim"},
+    {"output = victim\n" + std::string(70000, '#'), nullptr, nullptr, 0,
+     not_read + "larger than 64 KiB", "victim"}};
+INSTANTIATE_TEST_SUITE_P(Cases, Untrusted_configs, testing::ValuesIn(trust_cases));
 
 // A size below the smallest is raised to it: records fill 64 KiB files
 // instead of each rotating, and only the newest files are kept.
@@ -261,7 +254,7 @@ std::regex whole_record(bool json) {
 }
 
 class Concurrent_writers : public Logger_library,
-                           public testing::WithParamInterface<std::pair<std::string, bool>> {};
+                           public testing::WithParamInterface<std::tuple<std::string, bool>> {};
 
 TEST_P(Concurrent_writers, LoseNoRecordAndTearNoLine) {
   auto const [format, processes] = GetParam();
@@ -299,7 +292,6 @@ TEST_P(Concurrent_writers, LoseNoRecordAndTearNoLine) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, Concurrent_writers,
-                         testing::Values(std::pair("text"s, false), std::pair("json"s, false),
-                                         std::pair("text"s, true), std::pair("json"s, true)));
+                         testing::Combine(testing::Values("text", "json"), testing::Bool()));
 
 }  // namespace

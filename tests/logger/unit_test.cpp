@@ -15,8 +15,7 @@
 namespace oqa_logger {
 namespace {
 
-using oqa_logger_test::Scratch_directory;
-using oqa_logger_test::write_file;
+using namespace oqa_logger_test;
 
 constexpr char const* config_path = "/configs/app/ostrevan_oqa_logger.cfg";
 
@@ -53,42 +52,43 @@ TEST_P(Setting_lines, FollowTheTextAndReportEachBadLine) {
   EXPECT_NE(texts.find(GetParam().problem), std::string::npos) << texts;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Lines, Setting_lines,
-    testing::Values(
-        Case{"", "stderr level=4 text size=0 files=3", ""},
-        Case{"  output = logs/demosaic.log   # comment\r\nlevel=7\n\tformat =json\n"
-             "max_size_mb = 0.5\nmax_files = 9\n",
-             "file:/configs/app/logs/demosaic.log level=7 json size=524288 files=9", ""},
-        Case{"output = /var/log/run#1/../a.log", "file:/var/log/a.log level=4 text size=0 files=3",
-             ""},
-        Case{"output = syslog\nlevel = emerg", "syslog level=0 text size=0 files=3", ""},
-        // The rotation bounds: exactly on them, then beyond them.
-        Case{"output = a.log\nmax_size_mb = 0.0625\nmax_files = 1000",
-             "file:/configs/app/a.log level=4 text size=65536 files=1000", ""},
-        Case{"max_size_mb = 0.000001\noutput = a.log",
-             "file:/configs/app/a.log level=4 text size=65536 files=3 @3",
-             "max_size_mb \"0.000001\" is below the smallest file of 64 KiB; using 64 KiB"},
-        Case{"max_files = 10000\noutput = a.log\nmax_size_mb = 1",
-             "file:/configs/app/a.log level=4 text size=1048576 files=1000 @3",
-             "max_files \"10000\" is above the largest of 1000; using 1000"},
-        // Each bad line keeps its key's default, and later good lines still apply.
-        Case{"level = 9\nformat = json\nsize = 3\nlevel = 6",
-             "stderr level=6 json size=0 files=3 @3 @5", "unknown key \"size\""},
-        Case{"colour = red", bad, "unknown key \"colour\""},
-        Case{"level = 8", bad, "\"8\" for level"}, Case{"level = -1", bad, "\"-1\""},
-        Case{"level = 7x", bad, "\"7x\""}, Case{"level =", bad, "\"\" for level"},
-        Case{"format = xml", bad, "\"xml\" for format"},
-        Case{"output =", bad, "empty value for output"},
-        Case{"max_size_mb = 0", bad, "\"0\" for max_size_mb"},
-        Case{"max_size_mb = lots", bad, "\"lots\""}, Case{"max_size_mb = 1e9", bad, "\"1e9\""},
-        Case{"max_files = -2", bad, "\"-2\" for max_files"},
-        Case{"max_files = 3", bad, "max_files needs max_size_mb"},
-        Case{"max_size_mb = 1", bad, "only to a file output"},
-        Case{"just words", bad, "expected \"key = value\", found \"just words\""},
-        // A repeated value is cut whole characters short of its limit.
-        Case{std::string(63, 'k') + "\xc3\xa9k = 1", bad,
-             "unknown key \"" + std::string(63, 'k') + "\"...;"}));
+Case const cases[] = {
+    {"", "stderr level=4 text size=0 files=3", ""},
+    {"  output = logs/demosaic.log   # comment\r\nlevel=7\n\tformat =json\n"
+     "max_size_mb = 0.5\nmax_files = 9\n",
+     "file:/configs/app/logs/demosaic.log level=7 json size=524288 files=9", ""},
+    {"output = /var/log/run#1/../a.log", "file:/var/log/a.log level=4 text size=0 files=3", ""},
+    {"output = syslog\nlevel = emerg", "syslog level=0 text size=0 files=3", ""},
+    // The rotation bounds: exactly on them, then beyond them.
+    {"output = a.log\nmax_size_mb = 0.0625\nmax_files = 1000",
+     "file:/configs/app/a.log level=4 text size=65536 files=1000", ""},
+    {"max_size_mb = 0.000001\noutput = a.log",
+     "file:/configs/app/a.log level=4 text size=65536 files=3 @3",
+     "max_size_mb \"0.000001\" is below the smallest file of 64 KiB; using 64 KiB"},
+    {"max_files = 10000\noutput = a.log\nmax_size_mb = 1",
+     "file:/configs/app/a.log level=4 text size=1048576 files=1000 @3",
+     "max_files \"10000\" is above the largest of 1000; using 1000"},
+    // Each bad line keeps its key's default, and later good lines still apply.
+    {"level = 9\nformat = json\nsize = 3\nlevel = 6", "stderr level=6 json size=0 files=3 @3 @5",
+     "unknown key \"size\""},
+    {"colour = red", bad, "unknown key \"colour\""},
+    {"level = 8", bad, "\"8\" for level"},
+    {"level = -1", bad, "\"-1\""},
+    {"level = 7x", bad, "\"7x\""},
+    {"level =", bad, "\"\" for level"},
+    {"format = xml", bad, "\"xml\" for format"},
+    {"output =", bad, "empty value for output"},
+    {"max_size_mb = 0", bad, "\"0\" for max_size_mb"},
+    {"max_size_mb = lots", bad, "\"lots\""},
+    {"max_size_mb = 1e9", bad, "\"1e9\""},
+    {"max_files = -2", bad, "\"-2\" for max_files"},
+    {"max_files = 3", bad, "max_files needs max_size_mb"},
+    {"max_size_mb = 1", bad, "only to a file output"},
+    {"just words", bad, "expected \"key = value\", found \"just words\""},
+    // A repeated value is cut whole characters short of its limit.
+    {std::string(63, 'k') + "\xc3\xa9k = 1", bad,
+     "unknown key \"" + std::string(63, 'k') + "\"...;"}};
+INSTANTIATE_TEST_SUITE_P(Lines, Setting_lines, testing::ValuesIn(cases));
 
 constexpr char const* xdg = "xdg/ostrevan/ostrevan_oqa_logger.cfg";
 constexpr char const* home = "home/.config/ostrevan/ostrevan_oqa_logger.cfg";
@@ -107,7 +107,7 @@ class Lookup : public testing::TestWithParam<Lookup_case> {
   void TearDown() override { std::filesystem::current_path(old_directory_); }
 
   std::filesystem::path const old_directory_ = std::filesystem::current_path();
-  Scratch_directory const scratch_;
+  Scratch_folder const scratch_;
 };
 
 TEST_P(Lookup, FindsTheFirstPlaceThatHoldsTheFile) {
@@ -125,22 +125,20 @@ TEST_P(Lookup, FindsTheFirstPlaceThatHoldsTheFile) {
             lookup.found.empty() ? "" : scratch_ / lookup.found);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Places, Lookup,
-    testing::Values(
-        // The explicit path wins, even when it names no file.
-        Lookup_case{{xdg, system_wide}, "/xdg", true, "explicit.cfg"},
-        Lookup_case{{xdg, home, system_wide}, "/xdg", false, xdg},
-        // XDG_CONFIG_HOME replaces the home folder's default...
-        Lookup_case{{home, system_wide}, "/xdg", false, system_wide},
-        // ... unless it is unset, empty or relative (to the working directory).
-        Lookup_case{{home, system_wide}, nullptr, false, home},
-        Lookup_case{{home, system_wide}, "", false, home},
-        Lookup_case{
-            {home, system_wide, "cwd/ostrevan/ostrevan_oqa_logger.cfg"}, "cwd", false, home},
-        // A folder in the file's place is passed over.
-        Lookup_case{{std::string(xdg) + "/inside", system_wide}, "/xdg", false, system_wide},
-        Lookup_case{{"ostrevan_oqa_logger.cfg"}, "/xdg", false, ""}));
+Lookup_case const lookups[] = {
+    // The explicit path wins, even when it names no file.
+    {{xdg, system_wide}, "/xdg", true, "explicit.cfg"},
+    {{xdg, home, system_wide}, "/xdg", false, xdg},
+    // XDG_CONFIG_HOME replaces the home folder's default...
+    {{home, system_wide}, "/xdg", false, system_wide},
+    // ... unless it is unset, empty or relative (to the working directory).
+    {{home, system_wide}, nullptr, false, home},
+    {{home, system_wide}, "", false, home},
+    {{home, system_wide, "cwd/ostrevan/ostrevan_oqa_logger.cfg"}, "cwd", false, home},
+    // A folder in the file's place is passed over.
+    {{std::string(xdg) + "/inside", system_wide}, "/xdg", false, system_wide},
+    {{"ostrevan_oqa_logger.cfg"}, "/xdg", false, ""}};
+INSTANTIATE_TEST_SUITE_P(Places, Lookup, testing::ValuesIn(lookups));
 
 struct Escape_case {
   std::string input;
@@ -156,22 +154,21 @@ TEST_P(Escapes, KeepTextOnOneLineAndJsonValid) {
   append_json_string(GetParam().input, json);
   EXPECT_EQ(fmt::to_string(json), GetParam().json);
 }
-INSTANTIATE_TEST_SUITE_P(
-    Strings, Escapes,
-    testing::Values(
-        Escape_case{"", "", "\"\""}, Escape_case{"plain", "plain", "\"plain\""},
-        Escape_case{"\"\\\n\r\t", "\"\\\\n\\r\\t", "\"\\\"\\\\\\n\\r\\t\""},
-        Escape_case{std::string("\x00\x1f\x7f", 3), "\\x00\\x1f\\x7f", "\"\\u0000\\u001f\\u007f\""},
-        Escape_case{"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80",
-                    "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80",
-                    "\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\""},
-        // Stray continuation, overlong, surrogate, cut short, above U+10FFFF:
-        // left as they are in text, replaced in JSON.
-        Escape_case{"\x80", "\x80", "\"\\ufffd\""},
-        Escape_case{"\xc0\xaf", "\xc0\xaf", "\"\\ufffd\\ufffd\""},
-        Escape_case{"\xed\xa0\x80", "\xed\xa0\x80", "\"\\ufffd\\ufffd\\ufffd\""},
-        Escape_case{"a\xe2\x82", "a\xe2\x82", "\"a\\ufffd\\ufffd\""},
-        Escape_case{"\xf4\x90\x80\x80", "\xf4\x90\x80\x80", "\"\\ufffd\\ufffd\\ufffd\\ufffd\""}));
+Escape_case const escapes[] = {
+    {"", "", "\"\""},
+    {"plain", "plain", "\"plain\""},
+    {"\"\\\n\r\t", "\"\\\\n\\r\\t", "\"\\\"\\\\\\n\\r\\t\""},
+    {std::string("\x00\x1f\x7f", 3), "\\x00\\x1f\\x7f", "\"\\u0000\\u001f\\u007f\""},
+    {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80",
+     "\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\""},
+    // Stray continuation, overlong, surrogate, cut short, above U+10FFFF:
+    // left as they are in text, replaced in JSON.
+    {"\x80", "\x80", "\"\\ufffd\""},
+    {"\xc0\xaf", "\xc0\xaf", "\"\\ufffd\\ufffd\""},
+    {"\xed\xa0\x80", "\xed\xa0\x80", "\"\\ufffd\\ufffd\\ufffd\""},
+    {"a\xe2\x82", "a\xe2\x82", "\"a\\ufffd\\ufffd\""},
+    {"\xf4\x90\x80\x80", "\xf4\x90\x80\x80", "\"\\ufffd\\ufffd\\ufffd\\ufffd\""}};
+INSTANTIATE_TEST_SUITE_P(Strings, Escapes, testing::ValuesIn(escapes));
 
 }  // namespace
 }  // namespace oqa_logger

@@ -1,6 +1,6 @@
-// Helpers shared by the tool's tests: a scratch folder, sample data, and
-// small PGM, TIFF and DNG files written here (TIFF and DNG with libtiff),
-// with single tag entries rewritten for the damage a hostile file carries.
+// Helpers shared by the tool's tests: sample data, and small TIFF, DNG and
+// FITS files written here (TIFF and DNG with libtiff), with single tag
+// entries rewritten for the damage a hostile file carries.
 #ifndef OQA_TESTS_TOOL_TOOL_TEST_SUPPORT_H
 #define OQA_TESTS_TOOL_TOOL_TEST_SUPPORT_H
 
@@ -9,91 +9,32 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <optional>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "image_io_error.h"
-#include "image_memory.h"
 #include "mosaic_image.h"
+#include "scratch_folder.h"
 
 namespace tool_test {
 
-// A fresh folder, removed with everything in it.
-struct Scratch_folder {
-  Scratch_folder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "oqa-tool-XXXXXX").string();
-    path = ::mkdtemp(pattern.data());
-  }
-  Scratch_folder(const Scratch_folder&) = delete;
-  ~Scratch_folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string file(const std::string& name) const { return (path / name).string(); }
-  std::filesystem::path path;
-};
+using namespace test_files;
+using oqa_tool::Mosaic_image;
+using oqa_tool::Samples;
 
-// Names of everything in `folder`, sorted.
-inline std::vector<std::string> entries(const std::filesystem::path& folder) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-inline oqa_tool::Samples random_samples(std::size_t count, std::uint32_t seed) {
+inline Samples random_samples(std::size_t count, std::uint32_t seed) {
   std::mt19937 generator(seed);
   std::uniform_int_distribution<int> value(0, 65535);
-  oqa_tool::Samples samples(count);
+  Samples samples(count);
   std::generate(samples.begin(), samples.end(), [&] { return value(generator); });
   return samples;
 }
 
-inline void write_file(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
-
-inline std::string text_of(const std::string& path) {
-  std::ostringstream bytes;
-  bytes << std::ifstream(path, std::ios::binary).rdbuf();
-  return bytes.str();
-}
-
-// The samples of a .raw output file: 16-bit little-endian.
-inline oqa_tool::Samples raw_samples_of(const std::string& path) {
-  const std::string bytes = text_of(path);
-  oqa_tool::Samples samples(bytes.size() / 2);
-  std::memcpy(samples.data(), bytes.data(), samples.size() * 2);  // little-endian host
-  return samples;
-}
-
-// A mosaic of these samples, without a pattern.
-inline oqa_tool::Mosaic_image mosaic(int width, int height, oqa_tool::Samples samples) {
-  oqa_tool::Mosaic_image image;
-  image.width = width;
-  image.height = height;
-  image.samples = std::move(samples);
-  return image;
-}
-
-// A 16-bit P5 file.
-inline std::string pgm(int width, int height, const oqa_tool::Samples& samples) {
-  std::string bytes = "P5\n" + std::to_string(width) + " " + std::to_string(height) + "\n65535\n";
-  for (const std::uint16_t sample : samples) {
-    bytes += {static_cast<char>(sample >> 8), static_cast<char>(sample & 0xFF)};
-  }
-  return bytes;
+inline Mosaic_image mosaic(int width, int height, Samples samples) {
+  return {width, height, std::move(samples), {}, {}, {}};
 }
 
 // Names each case of a parameterised table after its row.
@@ -101,13 +42,11 @@ inline constexpr auto row_name = [](const auto& info) { return std::string(info.
 
 // The message of the Image_io_error that `action` throws, or `accepted`.
 inline const std::string accepted = "(accepted)";
-inline std::string error_of(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const oqa_tool::Image_io_error& error) {
-    return error.what();
-  }
+inline std::string error_of(const std::function<void()>& action) try {
+  action();
   return accepted;
+} catch (const oqa_tool::Image_io_error& error) {
+  return error.what();
 }
 
 struct Tiff_layout {
@@ -120,17 +59,15 @@ struct Tiff_layout {
 };
 
 // A width x height image from the bytes of `samples` (row-major, at least
-// width*height*samples_per_pixel*bits/8 of them); `more` sets further tags.
-// Returns false if libtiff refuses.
+// width*height*samples_per_pixel*bits/8 of them); `more` sets further tags,
 // `finish` runs after the samples are written, before the file is closed.
+// Returns false if libtiff refuses.
 inline bool write_tiff(
     const std::string& path, const Tiff_layout& layout, int width, int height,
-    const oqa_tool::Samples& samples, const std::function<void(TIFF*)>& more = [](TIFF*) {},
+    const Samples& samples, const std::function<void(TIFF*)>& more = [](TIFF*) {},
     const std::function<bool(TIFF*)>& finish = [](TIFF*) { return true; }) {
   TIFF* tiff = TIFFOpen(path.c_str(), layout.mode);
-  if (tiff == nullptr) {
-    return false;
-  }
+  if (tiff == nullptr) return false;
   TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
   TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
   TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, layout.samples_per_pixel);
@@ -148,8 +85,7 @@ inline bool write_tiff(
     for (int top = 0; top < height; top += 16) {
       for (int left = 0; left < width; left += 16) {
         for (int i = 0; i < 16 * 16; ++i) {
-          const int y = top + i / 16;
-          const int x = left + i % 16;
+          const int y = top + i / 16, x = left + i % 16;
           tile[i] = y < height && x < width ? samples[y * width + x] : 0;
         }
         written = written && TIFFWriteTile(tiff, tile.data(), left, top, 0, 0) >= 0;
@@ -170,24 +106,11 @@ inline bool write_tiff(
   return written;
 }
 
-// What a camera says about a shot, as the DNG writer stores it: make, model
-// and time in IFD0, the rest in the EXIF directory, as cameras do.
-struct Dng_shot {
-  const char* make;
-  const char* model;
-  const char* date_time;
-  double exposure_seconds;
-  double f_number;
-  std::uint16_t iso;
-  double focal_length_mm;
-};
-
 struct Dng_description {
   Dng_description(int width, int height, std::uint32_t seed)
       : raw_width(width), raw_height(height), samples(random_samples(width * height, seed)) {}
-  int raw_width;
-  int raw_height;
-  oqa_tool::Samples samples;  // row-major
+  int raw_width, raw_height;
+  Samples samples;  // row-major
   // 2x2 colour codes (0 red, 1 green, 2 blue) at the raw image's origin.
   std::array<std::uint8_t, 4> cfa_pattern{0, 1, 1, 2};
   std::array<std::uint32_t, 4> active_area{0, 0, 0, 0};  // top, left, bottom, right
@@ -197,78 +120,73 @@ struct Dng_description {
   std::array<float, 4> default_crop{};     // origin x, y, then size; no size: none
   std::array<float, 9> colour_matrix{};    // ColorMatrix1 under D65; zeros: none
   std::array<float, 3> as_shot_neutral{};  // zeros: none
-  std::optional<Dng_shot> shot;
+  // Make, model and time go into IFD0, the rest into the EXIF directory, as
+  // cameras write them.
+  std::optional<oqa_tool::Shot_metadata> shot;
 };
 
-inline void set_dng_tags(TIFF* tiff, const Dng_description& dng) {
-  static const std::uint8_t version[4] = {1, 4, 0, 0};
-  static const std::uint16_t repeat[2] = {2, 2};
-  const float black = dng.black_level;  // libtiff takes the rational as float
-  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_CFA);
-  TIFFSetField(tiff, TIFFTAG_DNGVERSION, version);
-  TIFFSetField(tiff, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
-  TIFFSetField(tiff, TIFFTAG_CFAPATTERN, 4, dng.cfa_pattern.data());
-  TIFFSetField(tiff, TIFFTAG_BLACKLEVEL, 1, &black);
-  TIFFSetField(tiff, TIFFTAG_WHITELEVEL, 1, &dng.white_level);
-  if (dng.active_area[2] != 0) {
-    TIFFSetField(tiff, TIFFTAG_ACTIVEAREA, dng.active_area.data());
-  }
-  TIFFSetField(tiff, TIFFTAG_ORIENTATION, dng.orientation);
-  if (dng.default_crop[2] != 0) {
-    TIFFSetField(tiff, TIFFTAG_DEFAULTCROPORIGIN, dng.default_crop.data());
-    TIFFSetField(tiff, TIFFTAG_DEFAULTCROPSIZE, dng.default_crop.data() + 2);
-  }
-  if (dng.colour_matrix[0] != 0) {
-    TIFFSetField(tiff, TIFFTAG_COLORMATRIX1, 9, dng.colour_matrix.data());
-    TIFFSetField(tiff, TIFFTAG_CALIBRATIONILLUMINANT1, 21);  // D65
-  }
-  if (dng.as_shot_neutral[0] != 0) {
-    TIFFSetField(tiff, TIFFTAG_ASSHOTNEUTRAL, 3, dng.as_shot_neutral.data());
-  }
-  if (dng.shot) {
-    TIFFSetField(tiff, TIFFTAG_MAKE, dng.shot->make);
-    TIFFSetField(tiff, TIFFTAG_MODEL, dng.shot->model);
-    TIFFSetField(tiff, TIFFTAG_DATETIME, dng.shot->date_time);
-    TIFFSetField(tiff, TIFFTAG_EXIFIFD, std::uint64_t{0});  // set once written
-  }
-}
-
-// The EXIF directory after the image's, which is then written again.
-inline bool write_exif(TIFF* tiff, const Dng_shot& shot) {
-  std::uint64_t exif = 0;
-  bool written = TIFFWriteDirectory(tiff) == 1 && TIFFCreateEXIFDirectory(tiff) == 0;
-  TIFFSetField(tiff, EXIFTAG_EXPOSURETIME, shot.exposure_seconds);
-  TIFFSetField(tiff, EXIFTAG_FNUMBER, shot.f_number);
-  TIFFSetField(tiff, EXIFTAG_ISOSPEEDRATINGS, 1, &shot.iso);
-  TIFFSetField(tiff, EXIFTAG_FOCALLENGTH, shot.focal_length_mm);
-  TIFFSetField(tiff, EXIFTAG_DATETIMEORIGINAL, shot.date_time);
-  written = written && TIFFWriteCustomDirectory(tiff, &exif) == 1 && TIFFSetDirectory(tiff, 0) == 1;
-  TIFFSetField(tiff, TIFFTAG_EXIFIFD, exif);
-  return written && TIFFWriteDirectory(tiff) == 1;
-}
-
-// One strip, little-endian, so that each tag's value sits in its entry.
+// One strip, little-endian, so that each tag's value sits in its entry; the
+// EXIF directory after the image's, which is then written again.
 inline bool write_dng(const std::string& path, const Dng_description& dng) {
-  const Tiff_layout layout{
-      "wl", COMPRESSION_NONE, false, 1, 16, static_cast<std::uint32_t>(dng.raw_height)};
-  return write_tiff(
-      path, layout, dng.raw_width, dng.raw_height, dng.samples,
-      [&](TIFF* tiff) { set_dng_tags(tiff, dng); },
-      [&](TIFF* tiff) { return !dng.shot || write_exif(tiff, *dng.shot); });
+  const auto tags = [&](TIFF* tiff) {
+    static const std::uint8_t version[4] = {1, 4, 0, 0};
+    static const std::uint16_t repeat[2] = {2, 2};
+    const float black = dng.black_level;  // libtiff takes the rational as float
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_CFA);
+    TIFFSetField(tiff, TIFFTAG_DNGVERSION, version);
+    TIFFSetField(tiff, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
+    TIFFSetField(tiff, TIFFTAG_CFAPATTERN, 4, dng.cfa_pattern.data());
+    TIFFSetField(tiff, TIFFTAG_BLACKLEVEL, 1, &black);
+    TIFFSetField(tiff, TIFFTAG_WHITELEVEL, 1, &dng.white_level);
+    if (dng.active_area[2] != 0) TIFFSetField(tiff, TIFFTAG_ACTIVEAREA, dng.active_area.data());
+    TIFFSetField(tiff, TIFFTAG_ORIENTATION, dng.orientation);
+    if (dng.default_crop[2] != 0) {
+      TIFFSetField(tiff, TIFFTAG_DEFAULTCROPORIGIN, dng.default_crop.data());
+      TIFFSetField(tiff, TIFFTAG_DEFAULTCROPSIZE, dng.default_crop.data() + 2);
+    }
+    if (dng.colour_matrix[0] != 0) {
+      TIFFSetField(tiff, TIFFTAG_COLORMATRIX1, 9, dng.colour_matrix.data());
+      TIFFSetField(tiff, TIFFTAG_CALIBRATIONILLUMINANT1, 21);  // D65
+    }
+    if (dng.as_shot_neutral[0] != 0) {
+      TIFFSetField(tiff, TIFFTAG_ASSHOTNEUTRAL, 3, dng.as_shot_neutral.data());
+    }
+    if (dng.shot) {
+      TIFFSetField(tiff, TIFFTAG_MAKE, dng.shot->make);
+      TIFFSetField(tiff, TIFFTAG_MODEL, dng.shot->model);
+      TIFFSetField(tiff, TIFFTAG_DATETIME, dng.shot->date_time);
+      TIFFSetField(tiff, TIFFTAG_EXIFIFD, std::uint64_t{0});  // set once written
+    }
+  };
+  const auto exif = [&](TIFF* tiff) {
+    if (!dng.shot) return true;
+    std::uint64_t offset = 0;
+    const auto iso = static_cast<std::uint16_t>(dng.shot->iso);
+    bool written = TIFFWriteDirectory(tiff) == 1 && TIFFCreateEXIFDirectory(tiff) == 0;
+    TIFFSetField(tiff, EXIFTAG_EXPOSURETIME, double{dng.shot->exposure_seconds});
+    TIFFSetField(tiff, EXIFTAG_FNUMBER, double{dng.shot->f_number});
+    TIFFSetField(tiff, EXIFTAG_ISOSPEEDRATINGS, 1, &iso);
+    TIFFSetField(tiff, EXIFTAG_FOCALLENGTH, double{dng.shot->focal_length_mm});
+    TIFFSetField(tiff, EXIFTAG_DATETIMEORIGINAL, dng.shot->date_time);
+    written = written && TIFFWriteCustomDirectory(tiff, &offset) == 1 && TIFFSetDirectory(tiff, 0);
+    TIFFSetField(tiff, TIFFTAG_EXIFIFD, offset);
+    return written && TIFFWriteDirectory(tiff) == 1;
+  };
+  const auto rows = static_cast<std::uint32_t>(dng.raw_height);
+  return write_tiff(path, {"wl", COMPRESSION_NONE, false, 1, 16, rows}, dng.raw_width,
+                    dng.raw_height, dng.samples, tags, exif);
 }
 
 // A FITS image written by cfitsio: `type` USHORT_IMG (BZERO 32768) or any
 // other BITPIX, the samples as unsigned values, then `cards`: whole records
 // such as "BAYERPAT= 'RGGB'".
 inline bool write_fits(const std::string& path, int type, std::vector<long> axes,
-                       const oqa_tool::Samples& samples, const std::vector<std::string>& cards) {
+                       const Samples& samples, const std::vector<std::string>& cards) {
   fitsfile* fits = nullptr;
   int status = 0;
   fits_create_file(&fits, ("!" + path).c_str(), &status);
   fits_create_img(fits, type, static_cast<int>(axes.size()), axes.data(), &status);
-  for (const std::string& card : cards) {
-    fits_write_record(fits, card.c_str(), &status);
-  }
+  for (const std::string& card : cards) fits_write_record(fits, card.c_str(), &status);
   // cfitsio only reads the samples; its interface lacks the const.
   fits_write_img(fits, TUSHORT, 1, static_cast<LONGLONG>(samples.size()),
                  const_cast<std::uint16_t*>(samples.data()), &status);
@@ -291,7 +209,7 @@ inline constexpr Tiff_entry garbage_data{TIFFTAG_COMPRESSION, false, COMPRESSION
 // Rewrites entries of the first directory of a little-endian TIFF file.
 // Returns false if one is absent.
 inline bool rewrite_tiff_entries(const std::string& path, const std::vector<Tiff_entry>& changes) {
-  std::string bytes = text_of(path);
+  std::string bytes = read_file(path);
   const auto get = [&](std::size_t at, std::size_t size) {
     std::uint32_t value = 0;
     std::memcpy(&value, bytes.data() + at, size);  // little-endian host and file
@@ -301,12 +219,8 @@ inline bool rewrite_tiff_entries(const std::string& path, const std::vector<Tiff
   const std::uint32_t end = first + 12 * get(first - 2, 2);
   for (const Tiff_entry& change : changes) {
     std::uint32_t entry = first;
-    while (entry < end && get(entry, 2) != change.tag) {
-      entry += 12;
-    }
-    if (entry == end) {
-      return false;
-    }
+    while (entry < end && get(entry, 2) != change.tag) entry += 12;
+    if (entry == end) return false;
     // A SHORT value fills the first half of its field, the rest is padding.
     std::memcpy(bytes.data() + entry + (change.count ? 4 : 8), &change.number, 4);
   }

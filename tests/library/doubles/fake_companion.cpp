@@ -1,7 +1,6 @@
-// A companion library whose behaviour the test sets: it counts its calls,
-// initialises with the result the test chose, and fills the interior by the
-// scalar rules. Compiled once per level, optionally without its initialise or
-// terminate entry.
+// A companion that counts its calls, initialises with the result the test
+// chose and fills the interior by the scalar rules; built once per level,
+// optionally without its initialise or terminate entry.
 #include <string>
 
 #include "engine/interior_demosaic.h"
@@ -27,21 +26,16 @@ OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_vector_, FAKE_COMPANION_SUFFIX,
 #endif
 
 OQA_TEST_DOUBLES_API int OQA_ENTRY(qn_demosaic_transform_interior_16_to_48_vector_,
-                                   FAKE_COMPANION_SUFFIX, )(int width, int height, int origin_x,
-                                                            int origin_y,
+                                   FAKE_COMPANION_SUFFIX, )(int width, int height, int x, int y,
                                                             QN_COLOR_FILTER_ARRAY_PHASE phase,
                                                             QN_COLOR_FORMAT color_format,
-                                                            const unsigned short* input_buffer,
-                                                            unsigned short* output_buffer) {
+                                                            const unsigned short* input,
+                                                            unsigned short* output) {
   ++companion().transforms;
-  return with_color_format(color_format,
-                           [&](auto format) {
-                             demosaic_interior_using_color_phase<format()>(width, height, origin_x,
-                                                                           origin_y, input_buffer,
-                                                                           output_buffer, phase);
-                           })
-             ? 0
-             : 1;
+  bool const known_format = with_color_format(color_format, [&](auto format) {
+    demosaic_interior_using_color_phase<format()>(width, height, x, y, input, output, phase);
+  });
+  return known_format ? 0 : 1;
 }
 
 #ifndef FAKE_COMPANION_WITHOUT_TERMINATE
