@@ -42,8 +42,7 @@ TEST(Camera_raw_levels, NormalizeMapsBlackToZeroAndWhiteToFullScale) {
   dng.black_level = 1000;
   dng.white_level = 5000;
   // Black, white, midway, below black, above white.
-  const std::vector<std::uint16_t> recorded{1000, 5000, 3000, 10, 60000};
-  std::copy(recorded.begin(), recorded.end(), dng.samples.begin());
+  std::copy_n(Samples{1000, 5000, 3000, 10, 60000}.begin(), 5, dng.samples.begin());
   const Scratch_folder folder;
   const std::string path = folder / "levels.dng";
   ASSERT_TRUE(write_dng(path, dng));

@@ -631,8 +631,7 @@ TEST(Command, BatchGoesOnPastBadFilesAndADecoderCrash) {
   for (const char* line : {"b.pgm: ", "crash.dng: the camera raw decoder crashed on this file",
                            "garbage.dng: truncated or corrupt camera raw data",
                            "oqa-demosaic: note: --develop needs camera raw input; ",
-                           ".pgm (and any other input without camera data) keeps the library's "
-                           "samples\n"}) {
+                           ".pgm (and any other input without camera data) keeps the library's"}) {
     EXPECT_NE(run.err.find(line), std::string::npos) << run.err;
   }
   EXPECT_NE(run.out.find("3 files done, 3 failed"), std::string::npos) << run.out;
