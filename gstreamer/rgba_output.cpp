@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "cpu_support.h"
 #include "library_session.h"
 
 namespace oqa_gst {
@@ -119,12 +120,15 @@ Widen_function widen_function(Widening_path path) {
 
 }  // namespace
 
+// The companions' processor check decides here too: its SSE level includes
+// SSSE3, and its AVX2 level the OS's saving of the YMM registers.
 std::vector<Widening_path> usable_widening_paths() {
+  const oqa_vector::Processor_words words = oqa_vector::read_processor_words();
   std::vector<Widening_path> paths{Widening_path::scalar};
-  if (__builtin_cpu_supports("ssse3")) {
+  if (oqa_vector::processor_supports(oqa_vector::Vector_level::sse, words)) {
     paths.push_back(Widening_path::ssse3);
   }
-  if (__builtin_cpu_supports("avx2")) {
+  if (oqa_vector::processor_supports(oqa_vector::Vector_level::avx2, words)) {
     paths.push_back(Widening_path::avx2);
     paths.push_back(Widening_path::avx2_streaming);
   }
