@@ -2,10 +2,13 @@
 // format, through the public test entry (the library is initialised once),
 // beside OpenCV's bilinear 16-bit Bayer demosaic on one thread and a plain
 // std::fill of the same output buffer (the memory roof). A summary of the
-// ratios, with a yes/no per performance target, follows the table.
+// ratios, with a yes/no per performance target, follows the table; it is
+// taken from the paired runs (paired/<size>), which time every contestant
+// in turn within each round, so that the ratios hold on a shared machine.
 //
 //   demosaic_bench [--threads=1,2,4] [--plans] [benchmark flags]
 //
+// --benchmark_filter=paired gives the summary alone in about ten seconds.
 // --plans adds the kernels alone under every store plan (regular or
 // non-temporal stores, 256- or 512-bit vectors), the measurements behind
 // the companions' choice. Run it where the companion libraries can be found
@@ -15,11 +18,13 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <map>
 #include <opencv2/core.hpp>
@@ -195,6 +200,66 @@ void bm_threads(benchmark::State& state, int level, Frame_size size) {
   count_frame(state, frame, transform_bytes_per_pixel);
 }
 
+// Milliseconds per call of every level in every format, of OpenCV and of the
+// fill, for one frame size, from the paired run.
+struct Paired_times {
+  std::vector<double> library[3][4];
+  std::vector<double> opencv;
+  std::vector<double> fill;
+};
+
+// Filled by bm_paired, read by the summary; keyed by the size's name.
+std::map<std::string, Paired_times>& paired_times() {
+  static std::map<std::string, Paired_times> times;
+  return times;
+}
+
+// One round per iteration: each usable level in each format, OpenCV and the
+// fill, each call timed on its own, on the same buffers, starting one
+// contestant later every round. The summary's ratios then come from calls
+// made within milliseconds of each other, which a shared machine whose load
+// changes every few seconds would otherwise skew by 10-20%.
+void bm_paired(benchmark::State& state, Frame_size size, std::string const& key) {
+  cv::setNumThreads(1);
+  Frame frame(size);
+  cv::Mat const mosaic(frame.height, frame.width, CV_16UC1, frame.input.data());
+  cv::Mat bgr(frame.height, frame.width, CV_16UC3, frame.output.data());
+  Paired_times& times = paired_times()[key];
+  std::vector<std::pair<std::vector<double>*, std::function<void()>>> contestants;
+  for (int format = 0; format < 3; ++format) {
+    for (int level = 0; level <= 3; ++level) {
+      if (level_usable(level)) {
+        contestants.emplace_back(&times.library[format][level], [&frame, format, level] {
+          qn_demosaic_transform_test_16_to_48(frame.width, frame.height, 0, 0, QN_CFA_PHASE_RED,
+                                              static_cast<QN_COLOR_FORMAT>(format),
+                                              QN_COLOR_FILTER_TYPE_BAYER, 16, frame.input.data(),
+                                              frame.output.data(), level);
+        });
+      }
+    }
+  }
+  contestants.emplace_back(&times.opencv,
+                           [&] { cv::demosaicing(mosaic, bgr, cv::COLOR_BayerBG2BGR); });
+  std::uint16_t value = 1;
+  contestants.emplace_back(&times.fill, [&] {
+    std::fill(frame.output.begin(), frame.output.end(), value);
+    ++value;
+  });
+  std::size_t first = 0;
+  for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
+    for (std::size_t k = 0; k < contestants.size(); ++k) {
+      auto& [samples, call] = contestants[(first + k) % contestants.size()];
+      auto const start = std::chrono::steady_clock::now();
+      call();
+      benchmark::ClobberMemory();
+      samples->push_back(
+          std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+              .count());
+    }
+    first = (first + 1) % contestants.size();
+  }
+}
+
 std::string size_name(Frame_size size) {
   return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
@@ -221,6 +286,13 @@ void register_benchmarks(std::vector<int> const& thread_counts, bool plans) {
     in_milliseconds(benchmark::RegisterBenchmark(opencv.c_str(), bm_opencv, size));
     std::string const fill = "fill/" + size_name(size);
     in_milliseconds(benchmark::RegisterBenchmark(fill.c_str(), bm_fill, size));
+    // About two seconds of rounds at every size, and never fewer than nine.
+    std::string const paired = "paired/" + size_name(size);
+    auto const rounds = std::max<std::int64_t>(
+        9, std::int64_t{300'000'000} / (std::int64_t{size.width} * size.height));
+    in_milliseconds(benchmark::RegisterBenchmark(paired.c_str(), bm_paired, size, size_name(size)))
+        ->Iterations(rounds)
+        ->Repetitions(1);
     if (!plans) {
       continue;
     }
@@ -278,23 +350,20 @@ class Summary_reporter : public benchmark::ConsoleReporter {
 
   void print_summary() const {
     std::printf(
-        "\nSummary: BGR interleaved, medians in ms per frame; best = the fastest level.\n"
+        "\nSummary: BGR interleaved, medians in ms per frame; best = the fastest level; runs: "
+        "paired (every contestant in each round of one run) or separate (each in its own run).\n"
         "Targets: best >= 4.5x OpenCV (4x at 7680x4320); best / fill <= 1.5 at 640x480, 1.2 "
         "at 1920x1080, 1.1 above; every level at most 2%% slower than the one below, in every "
         "format; scalar at least as fast as OpenCV; planar and RGB within 10%% of BGR at the "
         "best level.\n");
-    std::printf("%-10s %8s %8s %8s %8s %8s %8s %8s %-7s %8s %8s | %-6s %-6s %-7s %-7s %-7s\n",
+    std::printf("%-10s %8s %8s %8s %8s %8s %8s %8s %-7s %8s %8s | %-6s %-6s %-7s %-7s %-7s %s\n",
                 "size", "opencv", "fill", "scalar", "sse", "avx2", "avx512", "best", "level",
-                "ocv/best", "best/fil", "opencv", "fill", "levels", "scalar", "formats");
+                "ocv/best", "best/fil", "opencv", "fill", "levels", "scalar", "formats", "runs");
     for (Frame_size const size : frame_sizes) {
-      double times[3][4];
-      for (int format = 0; format < 3; ++format) {
-        for (int level = 0; level <= 3; ++level) {
-          times[format][level] = time_of(library_run(level, format, size));
-        }
-      }
-      double const opencv = time_of("opencv/bgr_interleaved/" + size_name(size));
-      double const fill = time_of("fill/" + size_name(size));
+      Size_times const measured = times_of(size);
+      auto const& times = measured.library;
+      double const opencv = measured.opencv;
+      double const fill = measured.fill;
       int const best = fastest(times[bgr_interleaved]);
       double const best_time = times[bgr_interleaved][best];
       bool levels_ordered = true;
@@ -311,13 +380,14 @@ class Summary_reporter : public benchmark::ConsoleReporter {
       }
       std::printf(
           "%-10s %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %-7s %8.2f %8.2f | %-6s %-6s %-7s "
-          "%-7s %-7s\n",
+          "%-7s %-7s %s\n",
           size_name(size).c_str(), opencv, fill, times[bgr_interleaved][0],
           times[bgr_interleaved][1], times[bgr_interleaved][2], times[bgr_interleaved][3],
           best_time, level_names[best], opencv / best_time, best_time / fill,
           yes_no(opencv / best_time >= size.opencv_factor),
           yes_no(best_time / fill <= size.fill_ceiling), yes_no(levels_ordered),
-          yes_no(times[bgr_interleaved][0] <= opencv), yes_no(formats_close));
+          yes_no(times[bgr_interleaved][0] <= opencv), yes_no(formats_close),
+          measured.paired ? "paired" : "separate");
     }
     for (auto const& [name, rate] : items_per_second_) {
       if (name.rfind("threads/", 0) == 0) {
@@ -327,6 +397,40 @@ class Summary_reporter : public benchmark::ConsoleReporter {
   }
 
  private:
+  struct Size_times {
+    double library[3][4];
+    double opencv;
+    double fill;
+    bool paired;
+  };
+
+  // The paired run's medians where it ran, else each contestant's own run.
+  Size_times times_of(Frame_size size) const {
+    Size_times times{};
+    auto const found = paired_times().find(size_name(size));
+    times.paired = found != paired_times().end() && !found->second.fill.empty();
+    for (int format = 0; format < 3; ++format) {
+      for (int level = 0; level <= 3; ++level) {
+        times.library[format][level] = times.paired
+                                           ? median_of(found->second.library[format][level])
+                                           : time_of(library_run(level, format, size));
+      }
+    }
+    times.opencv = times.paired ? median_of(found->second.opencv)
+                                : time_of("opencv/bgr_interleaved/" + size_name(size));
+    times.fill = times.paired ? median_of(found->second.fill) : time_of("fill/" + size_name(size));
+    return times;
+  }
+
+  static double median_of(std::vector<double> samples) {
+    if (samples.empty()) {
+      return std::numeric_limits<double>::quiet_NaN();
+    }
+    auto const middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
+    std::nth_element(samples.begin(), middle, samples.end());
+    return *middle;
+  }
+
   // Milliseconds per iteration, or NaN where the run was skipped or
   // filtered out.
   double time_of(std::string const& name) const {
