@@ -18,10 +18,21 @@ extern "C++" QN_DEMOSAIC_EXPORT const QN_COLOR_FILTER_ARRAY_PHASE row_1_col_0[4]
 extern "C++" QN_DEMOSAIC_EXPORT const QN_COLOR_FILTER_ARRAY_PHASE row_1_col_1[4];
 
 // Colour class of pixel (row, column); `origin` is (origin_x, origin_y), each
-// widened with its sign. Only the parities of the offsets matter.
-QN_DEMOSAIC_EXPORT QN_COLOR_FILTER_ARRAY_PHASE determine_pixel_color(
+// widened with its sign. Only the parities of the offsets matter. Defined
+// here so that the border pass, which asks it for every border pixel, can
+// inline it (a third off that pass); `used` keeps the exported copy that
+// callers outside the library link to.
+[[gnu::used]] QN_DEMOSAIC_EXPORT inline QN_COLOR_FILTER_ARRAY_PHASE determine_pixel_color(
     unsigned long row, unsigned long column, std::pair<unsigned long, unsigned long> const& origin,
-    QN_COLOR_FILTER_ARRAY_PHASE phase);
+    QN_COLOR_FILTER_ARRAY_PHASE phase) {
+  // Unsigned wrap-around keeps the parity of a negative difference.
+  bool const odd_row = ((row - origin.second) & 1UL) != 0;
+  bool const odd_column = ((column - origin.first) & 1UL) != 0;
+  if (!odd_row) {
+    return odd_column ? row_0_col_1[phase] : phase;
+  }
+  return odd_column ? row_1_col_1[phase] : row_1_col_0[phase];
+}
 
 // The origin pair determine_pixel_color expects: (origin_x, origin_y), each
 // widened with its sign, so unsigned differences keep their parity.
