@@ -354,15 +354,17 @@ class Summary_reporter : public benchmark::ConsoleReporter {
 
   void print_summary() const {
     std::printf(
-        "\nSummary: BGR interleaved, medians in ms per frame; best = the fastest level; runs: "
+        "\nSummary: BGR interleaved, medians in ms per frame; best = the fastest level; planar, "
+        "rgb = those formats at their fastest level; runs: "
         "paired (every contestant in each round of one run) or separate (each in its own run).\n"
         "Targets: best >= 4.5x OpenCV (4x at 7680x4320); best / fill <= 1.5 at 640x480, 1.2 "
         "at 1920x1080, 1.1 above; every level at most 2%% slower than the one below, in every "
         "format; scalar at least as fast as OpenCV; planar and RGB within 10%% of BGR at the "
         "best level.\n");
-    std::printf("%-10s %8s %8s %8s %8s %8s %8s %8s %-7s %8s %8s | %-6s %-6s %-7s %-7s %-7s %s\n",
-                "size", "opencv", "fill", "scalar", "sse", "avx2", "avx512", "best", "level",
-                "ocv/best", "best/fil", "opencv", "fill", "levels", "scalar", "formats", "runs");
+    std::printf(
+        "%-10s %8s %8s %8s %8s %8s %8s %8s %-7s %8s %8s %8s %8s | %-6s %-6s %-7s %-7s %-7s %s\n",
+        "size", "opencv", "fill", "scalar", "sse", "avx2", "avx512", "best", "level", "planar",
+        "rgb", "ocv/best", "best/fil", "opencv", "fill", "levels", "scalar", "formats", "runs");
     for (Frame_size const size : frame_sizes) {
       Size_times const measured = times_of(size);
       auto const& times = measured.library;
@@ -372,6 +374,7 @@ class Summary_reporter : public benchmark::ConsoleReporter {
       double const best_time = times[bgr_interleaved][best];
       bool levels_ordered = true;
       bool formats_close = true;
+      double format_best[3];
       for (int format = 0; format < 3; ++format) {
         for (int level = 1; level <= 3; ++level) {
           if (level_usable(level)) {
@@ -379,16 +382,16 @@ class Summary_reporter : public benchmark::ConsoleReporter {
                              times[format][level] <= times[format][level - 1] * level_tolerance;
           }
         }
-        double const format_best = times[format][fastest(times[format])];
-        formats_close = formats_close && format_best <= best_time * format_tolerance;
+        format_best[format] = times[format][fastest(times[format])];
+        formats_close = formats_close && format_best[format] <= best_time * format_tolerance;
       }
       std::printf(
-          "%-10s %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %-7s %8.2f %8.2f | %-6s %-6s %-7s "
-          "%-7s %-7s %s\n",
+          "%-10s %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %-7s %8.3f %8.3f %8.2f %8.2f | %-6s "
+          "%-6s %-7s %-7s %-7s %s\n",
           size_name(size).c_str(), opencv, fill, times[bgr_interleaved][0],
           times[bgr_interleaved][1], times[bgr_interleaved][2], times[bgr_interleaved][3],
-          best_time, level_names[best], opencv / best_time, best_time / fill,
-          yes_no(opencv / best_time >= size.opencv_factor),
+          best_time, level_names[best], format_best[0], format_best[2], opencv / best_time,
+          best_time / fill, yes_no(opencv / best_time >= size.opencv_factor),
           yes_no(best_time / fill <= size.fill_ceiling), yes_no(levels_ordered),
           yes_no(times[bgr_interleaved][0] <= opencv), yes_no(formats_close),
           measured.paired ? "paired" : "separate");
