@@ -412,7 +412,7 @@ class Summary_reporter : public benchmark::ConsoleReporter {
   };
 
   // The paired run's medians where it ran, else each contestant's own run.
-  Size_times times_of(Frame_size size) const {
+  Size_times times_of(Frame_size const& size) const {
     Size_times times{};
     auto const found = paired_times().find(size_name(size));
     times.paired = found != paired_times().end() && !found->second.fill.empty();
