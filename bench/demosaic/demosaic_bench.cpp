@@ -118,6 +118,44 @@ void count_frame(benchmark::State& state, Frame const& frame, std::int64_t bytes
   state.SetBytesProcessed(pixels * bytes_per_pixel);
 }
 
+// The contestants, one call on a frame each: the separate runs and the
+// paired rounds call these same three.
+void demosaic_frame(Frame& frame, int level, QN_COLOR_FORMAT format) {
+  qn_demosaic_transform_test_16_to_48(frame.width, frame.height, 0, 0, QN_CFA_PHASE_RED, format,
+                                      QN_COLOR_FILTER_TYPE_BAYER, 16, frame.input.data(),
+                                      frame.output.data(), level);
+}
+
+// OpenCV's bilinear 16-bit demosaic on one thread, red at the origin as
+// phase 0.
+class Opencv_demosaic {
+ public:
+  explicit Opencv_demosaic(Frame& frame)
+      : mosaic_(frame.height, frame.width, CV_16UC1, frame.input.data()),
+        bgr_(frame.height, frame.width, CV_16UC3, frame.output.data()) {
+    cv::setNumThreads(1);
+  }
+  void operator()() { cv::demosaicing(mosaic_, bgr_, cv::COLOR_BayerBG2BGR); }
+
+ private:
+  cv::Mat mosaic_;
+  cv::Mat bgr_;
+};
+
+// std::fill of the output, a new value every call.
+class Output_fill {
+ public:
+  explicit Output_fill(Frame& frame) : frame_(frame) {}
+  void operator()() {
+    std::fill(frame_.output.begin(), frame_.output.end(), value_);
+    ++value_;
+  }
+
+ private:
+  Frame& frame_;
+  std::uint16_t value_ = 1;
+};
+
 void bm_library(benchmark::State& state, int level, QN_COLOR_FORMAT format, Frame_size size) {
   if (!level_usable(level)) {
     state.SkipWithError(
@@ -126,22 +164,17 @@ void bm_library(benchmark::State& state, int level, QN_COLOR_FORMAT format, Fram
   }
   Frame frame(size);
   for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
-    qn_demosaic_transform_test_16_to_48(frame.width, frame.height, 0, 0, QN_CFA_PHASE_RED, format,
-                                        QN_COLOR_FILTER_TYPE_BAYER, 16, frame.input.data(),
-                                        frame.output.data(), level);
+    demosaic_frame(frame, level, format);
     benchmark::ClobberMemory();
   }
   count_frame(state, frame, transform_bytes_per_pixel);
 }
 
 void bm_opencv(benchmark::State& state, Frame_size size) {
-  cv::setNumThreads(1);
   Frame frame(size);
-  cv::Mat const mosaic(frame.height, frame.width, CV_16UC1, frame.input.data());
-  cv::Mat bgr(frame.height, frame.width, CV_16UC3, frame.output.data());
+  Opencv_demosaic opencv(frame);
   for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
-    // Red at the origin, as phase 0.
-    cv::demosaicing(mosaic, bgr, cv::COLOR_BayerBG2BGR);
+    opencv();
     benchmark::ClobberMemory();
   }
   count_frame(state, frame, transform_bytes_per_pixel);
@@ -149,10 +182,9 @@ void bm_opencv(benchmark::State& state, Frame_size size) {
 
 void bm_fill(benchmark::State& state, Frame_size size) {
   Frame frame(size);
-  std::uint16_t value = 1;
+  Output_fill fill(frame);
   for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
-    std::fill(frame.output.begin(), frame.output.end(), value);
-    ++value;
+    fill();
     benchmark::ClobberMemory();
   }
   count_frame(state, frame, 6);
@@ -192,9 +224,7 @@ void bm_plan(benchmark::State& state, int level, QN_COLOR_FORMAT format, bool st
 void bm_threads(benchmark::State& state, int level, Frame_size size) {
   Frame frame(size);
   for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
-    qn_demosaic_transform_test_16_to_48(frame.width, frame.height, 0, 0, QN_CFA_PHASE_RED,
-                                        QN_COLOR_FORMAT_BGR_INTERLEAVED, QN_COLOR_FILTER_TYPE_BAYER,
-                                        16, frame.input.data(), frame.output.data(), level);
+    demosaic_frame(frame, level, QN_COLOR_FORMAT_BGR_INTERLEAVED);
     benchmark::ClobberMemory();
   }
   count_frame(state, frame, transform_bytes_per_pixel);
@@ -216,35 +246,25 @@ std::map<std::string, Paired_times>& paired_times() {
 
 // One round per iteration: each usable level in each format, OpenCV and the
 // fill, each called twice in a row and the second call timed, on the same
-// buffers, starting one contestant later every round. The summary's ratios then come from calls
-// made within milliseconds of each other, which a shared machine whose load
-// changes every few seconds would otherwise skew by 10-20%.
+// buffers, starting one contestant later every round. The summary's ratios
+// then come from calls made within milliseconds of each other, which a
+// shared machine whose speed drifts from minute to minute would otherwise
+// skew by 10-20%.
 void bm_paired(benchmark::State& state, Frame_size size, std::string const& key) {
-  cv::setNumThreads(1);
   Frame frame(size);
-  cv::Mat const mosaic(frame.height, frame.width, CV_16UC1, frame.input.data());
-  cv::Mat bgr(frame.height, frame.width, CV_16UC3, frame.output.data());
   Paired_times& times = paired_times()[key];
   std::vector<std::pair<std::vector<double>*, std::function<void()>>> contestants;
   for (int format = 0; format < 3; ++format) {
     for (int level = 0; level <= 3; ++level) {
       if (level_usable(level)) {
         contestants.emplace_back(&times.library[format][level], [&frame, format, level] {
-          qn_demosaic_transform_test_16_to_48(frame.width, frame.height, 0, 0, QN_CFA_PHASE_RED,
-                                              static_cast<QN_COLOR_FORMAT>(format),
-                                              QN_COLOR_FILTER_TYPE_BAYER, 16, frame.input.data(),
-                                              frame.output.data(), level);
+          demosaic_frame(frame, level, static_cast<QN_COLOR_FORMAT>(format));
         });
       }
     }
   }
-  contestants.emplace_back(&times.opencv,
-                           [&] { cv::demosaicing(mosaic, bgr, cv::COLOR_BayerBG2BGR); });
-  std::uint16_t value = 1;
-  contestants.emplace_back(&times.fill, [&] {
-    std::fill(frame.output.begin(), frame.output.end(), value);
-    ++value;
-  });
+  contestants.emplace_back(&times.opencv, Opencv_demosaic(frame));
+  contestants.emplace_back(&times.fill, Output_fill(frame));
   std::size_t first = 0;
   for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
     for (std::size_t k = 0; k < contestants.size(); ++k) {
@@ -290,7 +310,7 @@ void register_benchmarks(std::vector<int> const& thread_counts, bool plans) {
     in_milliseconds(benchmark::RegisterBenchmark(opencv.c_str(), bm_opencv, size));
     std::string const fill = "fill/" + size_name(size);
     in_milliseconds(benchmark::RegisterBenchmark(fill.c_str(), bm_fill, size));
-    // About two seconds of rounds at every size, and never fewer than nine.
+    // A few seconds of rounds at every size, and never fewer than nine.
     std::string const paired = "paired/" + size_name(size);
     auto const rounds = std::max<std::int64_t>(
         9, std::int64_t{150'000'000} / (std::int64_t{size.width} * size.height));
@@ -319,6 +339,13 @@ void register_benchmarks(std::vector<int> const& thread_counts, bool plans) {
       }
     }
   }
+  // An odd width and height take the scalar traversals that handle an
+  // unpaired last column and row; beside 1920x1080 they show whether those
+  // keep up.
+  Frame_size const odd_size{1919, 1079, 0, 0};
+  std::string const odd = library_run(0, bgr_interleaved, odd_size);
+  in_milliseconds(benchmark::RegisterBenchmark(odd.c_str(), bm_library, 0,
+                                               QN_COLOR_FORMAT_BGR_INTERLEAVED, odd_size));
   Frame_size const threaded_size{3840, 2160, 0, 0};
   int const level = best_usable_level();
   std::string const name =
@@ -332,8 +359,8 @@ void register_benchmarks(std::vector<int> const& thread_counts, bool plans) {
 
 char const* yes_no(bool value) { return value ? "yes" : "no"; }
 
-// Keeps the time per iteration of every run for the summary: the median
-// when there are repetitions.
+// Keeps the pixel rate of the threaded runs (the median when there are
+// repetitions) for the summary, whose times come from the paired rounds.
 class Summary_reporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(std::vector<Run> const& runs) override {
@@ -343,8 +370,7 @@ class Summary_reporter : public benchmark::ConsoleReporter {
         continue;
       }
       std::string const name = run.run_name.str();
-      if (median || seconds_.count(name) == 0 || run.repetitions <= 1) {
-        seconds_[name] = run.GetAdjustedRealTime();
+      if (median || items_per_second_.count(name) == 0 || run.repetitions <= 1) {
         auto const rate = run.counters.find("items_per_second");
         items_per_second_[name] = rate != run.counters.end() ? rate->second.value : 0.0;
       }
@@ -354,17 +380,16 @@ class Summary_reporter : public benchmark::ConsoleReporter {
 
   void print_summary() const {
     std::printf(
-        "\nSummary: BGR interleaved, medians in ms per frame; best = the fastest level; planar, "
-        "rgb = those formats at their fastest level; runs: "
-        "paired (every contestant in each round of one run) or separate (each in its own run).\n"
+        "\nSummary of the paired rounds: BGR interleaved, medians in ms per frame; best = the "
+        "fastest level; planar, rgb = those formats at their fastest level.\n"
         "Targets: best >= 4.5x OpenCV (4x at 7680x4320); best / fill <= 1.5 at 640x480, 1.2 "
         "at 1920x1080, 1.1 above; every level at most 2%% slower than the one below, in every "
         "format; scalar at least as fast as OpenCV; planar and RGB within 10%% of BGR at the "
         "best level.\n");
     std::printf(
-        "%-10s %8s %8s %8s %8s %8s %8s %8s %-7s %8s %8s %8s %8s | %-6s %-6s %-7s %-7s %-7s %s\n",
+        "%-10s %8s %8s %8s %8s %8s %8s %8s %-7s %8s %8s %8s %8s | %-6s %-6s %-7s %-7s %-7s\n",
         "size", "opencv", "fill", "scalar", "sse", "avx2", "avx512", "best", "level", "planar",
-        "rgb", "ocv/best", "best/fil", "opencv", "fill", "levels", "scalar", "formats", "runs");
+        "rgb", "ocv/best", "best/fil", "opencv", "fill", "levels", "scalar", "formats");
     for (Frame_size const size : frame_sizes) {
       Size_times const measured = times_of(size);
       auto const& times = measured.library;
@@ -387,14 +412,13 @@ class Summary_reporter : public benchmark::ConsoleReporter {
       }
       std::printf(
           "%-10s %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %8.3f %-7s %8.3f %8.3f %8.2f %8.2f | %-6s "
-          "%-6s %-7s %-7s %-7s %s\n",
+          "%-6s %-7s %-7s %-7s\n",
           size_name(size).c_str(), opencv, fill, times[bgr_interleaved][0],
           times[bgr_interleaved][1], times[bgr_interleaved][2], times[bgr_interleaved][3],
           best_time, level_names[best], format_best[0], format_best[2], opencv / best_time,
           best_time / fill, yes_no(opencv / best_time >= size.opencv_factor),
           yes_no(best_time / fill <= size.fill_ceiling), yes_no(levels_ordered),
-          yes_no(times[bgr_interleaved][0] <= opencv), yes_no(formats_close),
-          measured.paired ? "paired" : "separate");
+          yes_no(times[bgr_interleaved][0] <= opencv), yes_no(formats_close));
     }
     for (auto const& [name, rate] : items_per_second_) {
       if (name.rfind("threads/", 0) == 0) {
@@ -408,24 +432,19 @@ class Summary_reporter : public benchmark::ConsoleReporter {
     double library[3][4];
     double opencv;
     double fill;
-    bool paired;
   };
 
-  // The paired run's medians where it ran, else each contestant's own run.
-  Size_times times_of(Frame_size const& size) const {
+  // The medians of the size's paired rounds; NaN where they did not run.
+  static Size_times times_of(Frame_size const& size) {
+    Paired_times const& paired = paired_times()[size_name(size)];
     Size_times times{};
-    auto const found = paired_times().find(size_name(size));
-    times.paired = found != paired_times().end() && !found->second.fill.empty();
     for (int format = 0; format < 3; ++format) {
       for (int level = 0; level <= 3; ++level) {
-        times.library[format][level] = times.paired
-                                           ? median_of(found->second.library[format][level])
-                                           : time_of(library_run(level, format, size));
+        times.library[format][level] = median_of(paired.library[format][level]);
       }
     }
-    times.opencv = times.paired ? median_of(found->second.opencv)
-                                : time_of("opencv/bgr_interleaved/" + size_name(size));
-    times.fill = times.paired ? median_of(found->second.fill) : time_of("fill/" + size_name(size));
+    times.opencv = median_of(paired.opencv);
+    times.fill = median_of(paired.fill);
     return times;
   }
 
@@ -436,13 +455,6 @@ class Summary_reporter : public benchmark::ConsoleReporter {
     auto const middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
     std::nth_element(samples.begin(), middle, samples.end());
     return *middle;
-  }
-
-  // Milliseconds per iteration, or NaN where the run was skipped or
-  // filtered out.
-  double time_of(std::string const& name) const {
-    auto const found = seconds_.find(name + "/real_time");
-    return found != seconds_.end() ? found->second : std::numeric_limits<double>::quiet_NaN();
   }
 
   // The fastest usable level among one format's times.
@@ -456,7 +468,6 @@ class Summary_reporter : public benchmark::ConsoleReporter {
     return best;
   }
 
-  std::map<std::string, double> seconds_;
   std::map<std::string, double> items_per_second_;
 };
 
