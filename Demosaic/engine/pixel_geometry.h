@@ -20,8 +20,8 @@ extern "C++" QN_DEMOSAIC_EXPORT const QN_COLOR_FILTER_ARRAY_PHASE row_1_col_1[4]
 // Colour class of pixel (row, column); `origin` is (origin_x, origin_y), each
 // widened with its sign. Only the parities of the offsets matter. Defined
 // here so that the border pass, which asks it for every border pixel, can
-// inline it (a third off that pass); `used` keeps the exported copy that
-// callers outside the library link to.
+// inline it instead of calling through the library's PLT; `used` keeps the
+// exported copy that callers outside the library link to.
 [[gnu::used]] QN_DEMOSAIC_EXPORT inline QN_COLOR_FILTER_ARRAY_PHASE determine_pixel_color(
     unsigned long row, unsigned long column, std::pair<unsigned long, unsigned long> const& origin,
     QN_COLOR_FILTER_ARRAY_PHASE phase) {
