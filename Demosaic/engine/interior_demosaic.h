@@ -59,55 +59,46 @@ using Cell_starting_green_in_blue_row =
 #undef OQA_GREEN_IN_BLUE_ROW_PIXEL
 }  // namespace interior_sets
 
-// The 3x3 samples around the pixel being assigned, held as the traversal
-// moves along a row: each pixel shifts them one column to the left and reads
-// only the new right-hand column, so the six samples that a pixel shares
-// with its left neighbour stay in registers. Input and output never overlap
-// (the caller's obligation), so samples may be held across the stores; a
-// compiler could not prove that on its own and would read them again.
-class Sliding_neighbourhood {
+// The three input rows around the row being walked, and the column of the
+// pixel being assigned. The averagers read their samples straight from the
+// rows; the row walk's restrict-qualified pointers let the compiler keep a
+// sample in a register across the stores and share it between the two
+// pixels of a turn.
+class Row_neighbourhood {
  public:
-  // Prepares the window for the pixel at (row, column): the columns to its
-  // left and under it are read now, the right-hand column by its advance().
-  void start(Dimensional_array_overlay<unsigned short> const& input, unsigned long row,
-             unsigned long column) {
-    for (int r = 0; r < 3; ++r) {
-      rows_[r] = input.data + (row + r - 1) * input.columns;
-      samples_[r][1] = rows_[r][column - 1];
-      samples_[r][2] = rows_[r][column];
-    }
+  void start(unsigned short const* above, unsigned short const* centre,
+             unsigned short const* below) {
+    rows_[0] = above;
+    rows_[1] = centre;
+    rows_[2] = below;
   }
 
-  // Moves the window to be centred on `column` of the started row.
-  void advance(unsigned long column) {
-    for (int r = 0; r < 3; ++r) {
-      samples_[r][0] = samples_[r][1];
-      samples_[r][1] = samples_[r][2];
-      samples_[r][2] = rows_[r][column + 1];
-    }
-  }
+  void move_to(unsigned long column) { column_ = column; }
 
   // The averagers' view: the centre is (1, 1).
   std::uint32_t operator()(unsigned long row, unsigned long column) const {
-    return samples_[row][column];
+    return rows_[row][column_ + column - 1];
   }
 
  private:
   unsigned short const* rows_[3] = {};
-  std::uint32_t samples_[3][3] = {};
+  unsigned long column_ = 0;
 };
 
 // Computes and stores one pixel at one of the four cell positions. The
-// (row, column) arguments address only the input: start_row() readies the
-// row, each method moves to its column, and the output position is the
-// store's own, kept in step by the traversal.
+// (row, column) arguments address only the input: start_row() hands over
+// the rows around `row`, each method moves to its column, and the output
+// position is the store's own, kept in step by the traversal.
 template <typename Traits, typename Store>
 struct Assign_demosaic_pixel_values {
   Store store;
   Dimensional_array_overlay<unsigned short> input;
-  Sliding_neighbourhood window;
+  Row_neighbourhood window;
 
-  void start_row(unsigned long row) { window.start(input, row, 1); }
+  void start_row(unsigned short const* above, unsigned short const* centre,
+                 unsigned short const* below) {
+    window.start(above, centre, below);
+  }
 
   [[gnu::always_inline]] void assign_row_1_odd(unsigned long /*row*/, unsigned long column) {
     assign<0>(column);
@@ -129,7 +120,7 @@ struct Assign_demosaic_pixel_values {
   // (demosaic_bench: scalar 1919x1079 beside 1920x1080).
   template <std::size_t Position>
   [[gnu::always_inline]] void assign(unsigned long column) {
-    window.advance(column);
+    window.move_to(column);
     unsigned short const blue = typename Traits::template averager<3 * Position>{}(window, 1, 1);
     unsigned short const green =
         typename Traits::template averager<3 * Position + 1>{}(window, 1, 1);
@@ -137,6 +128,37 @@ struct Assign_demosaic_pixel_values {
     store.store_pixel(blue, green, red);
   }
 };
+
+// One interior row, the first or the second of its cells, through a copy of
+// the assigner whose store and rows the compiler can keep in registers; the
+// advanced store is handed back. Out of line so that the restrict-qualified
+// rows hold: no store of the walk changes a sample it reads, which the
+// compiler could not prove on its own and would read every sample again.
+template <bool width_is_even, bool first_of_cell, typename Assign>
+[[gnu::noinline]] void demosaic_interior_row(Assign& assign, unsigned short const* __restrict above,
+                                             unsigned short const* __restrict centre,
+                                             unsigned short const* __restrict below,
+                                             unsigned long row, unsigned long last_column) {
+  Assign walker = assign;
+  walker.start_row(above, centre, below);
+#pragma GCC unroll 2
+  for (unsigned long column = 1; column < last_column; column += 2) {
+    if constexpr (first_of_cell) {
+      walker.assign_row_1_odd(row, column);
+    } else {
+      walker.assign_row_2_odd(row, column);
+    }
+    if (width_is_even || column + 1 < last_column) {
+      if constexpr (first_of_cell) {
+        walker.assign_row_1_even(row, column + 1);
+      } else {
+        walker.assign_row_2_even(row, column + 1);
+      }
+    }
+  }
+  walker.store.skip(2);
+  assign.store = walker.store;
+}
 
 // Walks the interior cell by cell in raster order. A true flag promises the
 // matching parity (every odd interior row/column has a partner inside the
@@ -150,28 +172,15 @@ void demosaic_all_but_the_edges_impl(Dimensional_array_overlay<unsigned short> c
   if (last_row < 2) {
     return;
   }
+  auto const input_row = [&input](unsigned long row) { return input.data + row * input.columns; };
   for (unsigned long row = 1; row < last_row; row += 2) {
-    assign.start_row(row);
-#pragma GCC unroll 2
-    for (unsigned long column = 1; column < last_column; column += 2) {
-      assign.assign_row_1_odd(row, column);
-      if (width_is_even || column + 1 < last_column) {
-        assign.assign_row_1_even(row, column + 1);
-      }
-    }
-    assign.store.skip(2);
+    demosaic_interior_row<width_is_even, true>(assign, input_row(row - 1), input_row(row),
+                                               input_row(row + 1), row, last_column);
     if (!height_is_even && row + 1 == last_row) {
       break;
     }
-    assign.start_row(row + 1);
-#pragma GCC unroll 2
-    for (unsigned long column = 1; column < last_column; column += 2) {
-      assign.assign_row_2_odd(row + 1, column);
-      if (width_is_even || column + 1 < last_column) {
-        assign.assign_row_2_even(row + 1, column + 1);
-      }
-    }
-    assign.store.skip(2);
+    demosaic_interior_row<width_is_even, false>(assign, input_row(row), input_row(row + 1),
+                                                input_row(row + 2), row + 1, last_column);
   }
 }
 

@@ -129,9 +129,9 @@ struct Pixel_averager_impl<std::tuple<P0, P1, P2>, 3> {
 // Four samples: the first and the last two are averaged as pairs, then the
 // two pair averages, each step rounding halves up. With the pair sums s and
 // t that is ((s + 1) / 2 + (t + 1) / 2 + 1) / 2, which equals
-// (s + t + 2) / 4 when s and t are both even and (s + t + 4) / 4 otherwise
-// (checked for every pair of sums up to 2 * 65535): one shift instead of
-// three, where shifts are what the scalar interior waits for.
+// ((s + 1 rounded down to even) + t + 3) / 4 (checked for every pair of sums
+// up to 2 * 65535): one shift instead of three, and four instructions
+// beside the sums, where the scalar interior is bound by instruction count.
 template <typename P0, typename P1, typename P2, typename P3>
 struct Pixel_averager_impl<std::tuple<P0, P1, P2, P3>, 4> {
   template <typename Samples = Dimensional_array_overlay<unsigned short>>
@@ -140,7 +140,7 @@ struct Pixel_averager_impl<std::tuple<P0, P1, P2, P3>, 4> {
         neighbour_sample<P0>(input, row, column) + neighbour_sample<P1>(input, row, column);
     std::uint32_t const second =
         neighbour_sample<P2>(input, row, column) + neighbour_sample<P3>(input, row, column);
-    return static_cast<unsigned short>((first + second + 2 + 2 * ((first | second) & 1)) >> 2);
+    return static_cast<unsigned short>((((first + 1) & ~1U) + second + 3) >> 2);
   }
 };
 
