@@ -24,6 +24,7 @@
 #define OQA_VECTOR_INTERIOR_KERNEL_INL_H
 #endif
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -195,6 +196,16 @@ HWY_INLINE Three_vectors<D32> interleave3(Interleave3_plan<D32> const& plan, hn:
            interleaved_output<2, D32>(a_placed, b_placed, c_placed)}};
 }
 
+// Asks for the cache lines of bytes [from, to) with the intent to write them.
+inline void fetch_for_writing(void const* from, void const* to) {
+  for (auto const* line = static_cast<unsigned char const*>(from); line < to; line += 64) {
+    __builtin_prefetch(line, 1, 3);
+  }
+  if (from < to) {
+    __builtin_prefetch(static_cast<unsigned char const*>(to) - 1, 1, 3);
+  }
+}
+
 // Format 0: one pointer per plane at column 1 of the row, already assigned
 // to own/other colour by the row's colour.
 template <class D>
@@ -229,20 +240,28 @@ struct Planar_row {
 
   // The planes lie width * height samples apart, so they need not share an
   // alignment; streaming needs all three aligned at the same pixel.
-  bool aligned(D d, std::size_t x) const {
-    std::uintptr_t const mask = hn::Lanes(d) * sizeof(std::uint16_t) - 1;
+  bool aligned(std::size_t x, std::size_t bytes) const {
+    std::uintptr_t const mask = bytes - 1;
     return ((reinterpret_cast<std::uintptr_t>(own_colour + x) |
              reinterpret_cast<std::uintptr_t>(green + x) |
              reinterpret_cast<std::uintptr_t>(other_colour + x)) &
             mask) == 0;
   }
 
-  void put_first(D d, Colours const& c, std::size_t count) const {
+  // The output lines of pixels from .. to - 1.
+  void fetch_pixels(std::size_t from, std::size_t to) const {
+    for (std::uint16_t* const plane : {own_colour, green, other_colour}) {
+      fetch_for_writing(plane + from, plane + to);
+    }
+  }
+
+  // Pixels x + skip .. x + skip + count - 1 of the colours of pixel x on.
+  void put_part(D d, Colours const& c, std::size_t x, std::size_t skip, std::size_t count) const {
     HWY_ALIGN std::uint16_t staged[max_lanes];
     std::uint16_t* const planes[3] = {own_colour, green, other_colour};
     for (int k = 0; k < 3; ++k) {
       hn::Store(c.v[k], d, staged);
-      std::memcpy(planes[k], staged, count * sizeof(std::uint16_t));
+      std::memcpy(planes[k] + x + skip, staged + skip, count * sizeof(std::uint16_t));
     }
   }
 };
@@ -306,19 +325,27 @@ struct Interleaved_row {
     }
   }
 
-  bool aligned(D d, std::size_t x) const {
-    std::uintptr_t const mask = hn::Lanes(d) * sizeof(std::uint16_t) - 1;
-    return (reinterpret_cast<std::uintptr_t>(out + 3 * x) & mask) == 0;
+  bool aligned(std::size_t x, std::size_t bytes) const {
+    return (reinterpret_cast<std::uintptr_t>(out + 3 * x) & (bytes - 1)) == 0;
   }
 
-  void put_first(D /*d*/, Colours const& c, std::size_t count) const {
+  // The output lines of pixels from .. to - 1.
+  void fetch_pixels(std::size_t from, std::size_t to) const {
+    fetch_for_writing(out + 3 * from, out + 3 * to);
+  }
+
+  // Pixels x + skip .. x + skip + count - 1 of the colours of pixel x on.
+  void put_part(D /*d*/, Colours const& c, std::size_t x, std::size_t skip,
+                std::size_t count) const {
     D32 const d32;
     HWY_ALIGN std::uint32_t staged[3 * max_lanes / 2];
     std::size_t const lanes32 = hn::Lanes(d32);
     for (std::size_t k = 0; k < 3; ++k) {
       hn::Store(c.v[k], d32, staged + k * lanes32);
     }
-    std::memcpy(out, staged, 3 * count * sizeof(std::uint16_t));
+    std::size_t const triple_bytes = 3 * sizeof(std::uint16_t);
+    std::memcpy(out + 3 * (x + skip), reinterpret_cast<unsigned char const*>(staged) + skip * triple_bytes,
+                count * triple_bytes);
   }
 };
 
@@ -471,14 +498,76 @@ HWY_NOINLINE void demosaic_short_rows(D d, Row_group<Row, Count> const& group, s
   typename Row::Colours colours[Count];
   colours_of<ColouredFirst, OwnColourFirst>(d, group, input, colours);
   for (std::size_t i = 0; i < Count; ++i) {
-    group.writers[i].put_first(d, colours[i], n);
+    group.writers[i].put_part(d, colours[i], 0, 0, n);
   }
 }
 
+// Pixels x + skip .. x + skip + count - 1 of the vector at any pixel x,
+// through a stack copy.
+template <bool ColouredFirst, bool OwnColourFirst, class D, class Row, std::size_t Count>
+HWY_NOINLINE void put_vector_part_at(D d, Row_group<Row, Count> const& group, std::size_t x,
+                                     std::size_t skip, std::size_t count) {
+  Input_row<D> input[Count + 2];
+  for (std::size_t i = 0; i < Count + 2; ++i) {
+    input[i] = load_row(d, group.rows[i] + x + 1);
+  }
+  typename Row::Colours colours[Count];
+  if ((x & 1) != 0) {
+    colours_of<!ColouredFirst, OwnColourFirst>(d, group, input, colours);
+  } else {
+    colours_of<ColouredFirst, OwnColourFirst>(d, group, input, colours);
+  }
+  for (std::size_t i = 0; i < Count; ++i) {
+    group.writers[i].put_part(d, colours[i], x, skip, count);
+  }
+}
+
+// Pixels from .. to - 1 (at most n) with regular stores: whole vectors, then
+// the rest through a stack copy, so that nothing outside the range is
+// written.
+template <bool ColouredFirst, bool OwnColourFirst, class D, class Row, std::size_t Count>
+HWY_INLINE void put_range(D d, Row_group<Row, Count> const& group, std::size_t from,
+                          std::size_t to) {
+  std::size_t const lanes = hn::Lanes(d);
+  std::size_t x = from;
+  if (x + lanes <= to) {
+    x = (x & 1) != 0 ? run_vectors<!ColouredFirst, OwnColourFirst, false>(d, group, x, to)
+                     : run_vectors<ColouredFirst, OwnColourFirst, false>(d, group, x, to);
+  }
+  if (x < to) {
+    std::size_t const start = to >= lanes ? to - lanes : 0;
+    put_vector_part_at<ColouredFirst, OwnColourFirst>(d, group, start, x - start, to - x);
+  }
+}
+
+// Non-temporal stores fill whole cache lines: the stream starts at the first
+// pixel whose output begins a line in every row of the group and covers
+// whole steps of stream_pixels, which end on a line again. A regular store
+// into a line the stream fills would fetch the line and break the stream's
+// write-combining (10% of a 3840x2160 frame), so the pixels before and after
+// the stream are written by regular stores that stay off its lines.
+constexpr std::size_t line_bytes = 64;
+// 32 pixels are three lines interleaved and one line of each plane, and a
+// whole number of vectors of every target.
+constexpr std::size_t stream_pixels = 32;
+
+// The first pixel of the group's stream, or n if it has none.
+template <class Row, std::size_t Count>
+std::size_t stream_start(Row_group<Row, Count> const& group, std::size_t n) {
+  for (std::size_t x = 0; x < stream_pixels && x + stream_pixels <= n; ++x) {
+    bool all_aligned = true;
+    for (std::size_t i = 0; i < Count; ++i) {
+      all_aligned = all_aligned && group.writers[i].aligned(x, line_bytes);
+    }
+    if (all_aligned) {
+      return x;
+    }
+  }
+  return n;
+}
+
 // The n = width - 2 interior pixels of the group's rows. ColouredFirst:
-// column 1 of the first row is a coloured site. A partial last vector is
-// replaced by a whole vector that ends at the last pixel and overlaps
-// pixels already written with the same values.
+// column 1 of the first row is a coloured site.
 template <bool ColouredFirst, bool OwnColourFirst, class D, class Row, std::size_t Count>
 HWY_INLINE void demosaic_group(D d, Row_group<Row, Count> const& group, std::size_t n,
                                bool streaming) {
@@ -487,27 +576,43 @@ HWY_INLINE void demosaic_group(D d, Row_group<Row, Count> const& group, std::siz
     demosaic_short_rows<ColouredFirst, OwnColourFirst>(d, group, n);
     return;
   }
+  if (streaming) {
+    std::size_t const start = stream_start(group, n);
+    if (start < n) {
+      std::size_t const end = start + (n - start) / stream_pixels * stream_pixels;
+      // The lines either side of the stream are shared with the border and
+      // long gone from the caches: they are fetched now and written after
+      // the stream, which hides the wait for them.
+      for (std::size_t i = 0; i < Count; ++i) {
+        group.writers[i].fetch_pixels(0, start);
+        group.writers[i].fetch_pixels(end, n);
+      }
+      if ((start & 1) != 0) {
+        run_vectors<!ColouredFirst, OwnColourFirst, true>(d, group, start, end);
+      } else {
+        run_vectors<ColouredFirst, OwnColourFirst, true>(d, group, start, end);
+      }
+      put_range<ColouredFirst, OwnColourFirst>(d, group, 0, start);
+      put_range<ColouredFirst, OwnColourFirst>(d, group, end, n);
+      return;
+    }
+  }
   // Regular stores up to the first pixel whose output is vector-aligned, so
-  // that no store of the main loop splits a cache line; non-temporal stores
-  // need that alignment anyway. Rows are grouped only where they share
-  // their alignment.
+  // that no store of the main loop splits a cache line. A partial last
+  // vector is replaced by a whole vector that ends at the last pixel and
+  // overlaps pixels already written with the same values.
+  std::size_t const vector_bytes = lanes * sizeof(std::uint16_t);
   std::size_t x = 0;
   std::size_t head = 0;
-  while (head < lanes && !group.writers[0].aligned(d, head)) {
+  while (head < lanes && !group.writers[0].aligned(head, vector_bytes)) {
     ++head;
   }
   if (head < lanes && head + lanes <= n) {
     if (head != 0) {
       put_vector_at<ColouredFirst, OwnColourFirst>(d, group, 0);
     }
-    bool const shifted = (head & 1) != 0;
-    if (streaming) {
-      x = shifted ? run_vectors<!ColouredFirst, OwnColourFirst, true>(d, group, head, n)
-                  : run_vectors<ColouredFirst, OwnColourFirst, true>(d, group, head, n);
-    } else {
-      x = shifted ? run_vectors<!ColouredFirst, OwnColourFirst, false>(d, group, head, n)
-                  : run_vectors<ColouredFirst, OwnColourFirst, false>(d, group, head, n);
-    }
+    x = (head & 1) != 0 ? run_vectors<!ColouredFirst, OwnColourFirst, false>(d, group, head, n)
+                        : run_vectors<ColouredFirst, OwnColourFirst, false>(d, group, head, n);
   }
   if (x == 0) {
     x = run_vectors<ColouredFirst, OwnColourFirst, false>(d, group, 0, n);
@@ -542,15 +647,18 @@ HWY_INLINE void demosaic_group_of_class(D d, Row_group<Row, Count> const& group,
 
 // Rows 1 .. height - 2 through `writer(r)`, which gives the writer of
 // output row r. Rows go in pairs when both rows of a pair keep the same
-// output alignment (a row stride of whole vectors), one by one otherwise,
-// so that every row's stores are aligned.
+// output alignment (a row stride of whole vectors, and of whole lines when
+// streaming), one by one otherwise, so that every row's stores are aligned.
 template <class D, class Writer_of_row>
 HWY_INLINE void demosaic_rows_through(D d, oqa_vector::Interior_request const& request,
                                       std::size_t row_stride_bytes, Writer_of_row writer) {
   using Row = decltype(writer(std::size_t{0}));
   std::size_t const width = request.width;
   std::size_t const n = width - 2;
-  bool const pairs = row_stride_bytes % (hn::Lanes(d) * sizeof(std::uint16_t)) == 0;
+  std::size_t const vector_bytes = hn::Lanes(d) * sizeof(std::uint16_t);
+  bool const pairs =
+      row_stride_bytes % (request.streaming ? std::max(vector_bytes, line_bytes) : vector_bytes) ==
+      0;
   bool const blue_first = request.layout == QN_COLOR_FORMAT_BGR_INTERLEAVED;
   auto const input_row = [&](std::size_t r) { return request.input + r * width; };
   for (std::size_t r = 1; r + 1 < request.height;) {

@@ -1,11 +1,12 @@
 // How a companion writes the frame of one call: regular or non-temporal
 // stores, and for the AVX-512 companion 256- or 512-bit vectors. Chosen per
-// call from the frame's output size and layout.
+// call from the companion's level and the frame's output size and layout.
 #ifndef OQA_VECTOR_STORE_PLAN_H
 #define OQA_VECTOR_STORE_PLAN_H
 
 #include <cstddef>
 
+#include "cpu_support.h"
 #include "interior_request.h"
 
 namespace oqa_vector {
@@ -15,24 +16,34 @@ struct Store_plan {
   bool narrow_vectors;
 };
 
-// Crossovers measured with bench/demosaic --plans on the project's machines
-// (32 MiB of last-level cache per core complex): below them the output
-// stays in the caches and regular stores win (1.7x at 1920x1080); above
-// them streaming saves reading every output line before writing it (1.2x
-// at 3840x2160). Three planes are three write streams, which gain less and
-// only from a larger size. The processor's own report of its cache size is
-// no guide: virtual machines report the whole socket's (508 MiB there).
-// 256-bit vectors lost to 512-bit ones at every size and format there
-// (by 10-40%), so the AVX-512 companion keeps its full width; the plan
-// carries the choice so that --plans can measure it on other processors.
-constexpr std::size_t interleaved_streaming_threshold_bytes = std::size_t{16} << 20;
-constexpr std::size_t planar_streaming_threshold_bytes = std::size_t{40} << 20;
+// Crossovers measured with demosaic_bench --plans on the project's machines
+// (AMD EPYC, 32 MiB of last-level cache per core complex, shared with other
+// guests):
+// - Non-temporal stores win once the output no longer stays in the caches
+//   from one frame to the next: interleaved from 1920x1080 (12 MiB, by
+//   1.3-1.4x) on; regular stores win at 1280x720 (5.5 MiB, by 1.2-1.5x).
+// - Planar output is six write streams per pair of rows. Streamed in 16- or
+//   32-byte pieces they overflow the write-combining buffers (SSE: 6x slower
+//   at 1920x1080), so only the AVX-512 companion, whose stores fill whole
+//   lines, streams planar output, from 2560x1440 (21 MiB) on.
+// - With regular stores the AVX-512 companion is faster with 256-bit
+//   vectors once the output leaves the second-level cache (by 15-30% at
+//   1280x720 and 1920x1080) and slower below; streamed, both widths tie.
+// The processor's own report of its cache size is no guide: virtual
+// machines may report the whole socket's.
+constexpr std::size_t interleaved_streaming_threshold_bytes = std::size_t{8} << 20;
+constexpr std::size_t planar_streaming_threshold_bytes = std::size_t{16} << 20;
+constexpr std::size_t narrow_vectors_threshold_bytes = std::size_t{4} << 20;
 
-inline Store_plan plan_stores(QN_COLOR_FORMAT layout, std::size_t output_bytes) {
-  bool const streaming = output_bytes >= (layout == QN_COLOR_FORMAT_BGR_PLANAR
-                                              ? planar_streaming_threshold_bytes
-                                              : interleaved_streaming_threshold_bytes);
-  return {streaming, false};
+inline Store_plan plan_stores(Vector_level level, QN_COLOR_FORMAT layout,
+                              std::size_t output_bytes) {
+  bool const full_line_stores = level == Vector_level::avx512;
+  bool const streaming = layout == QN_COLOR_FORMAT_BGR_PLANAR
+                             ? full_line_stores && output_bytes >= planar_streaming_threshold_bytes
+                             : output_bytes >= interleaved_streaming_threshold_bytes;
+  bool const narrow = level == Vector_level::avx512 && !streaming &&
+                      output_bytes >= narrow_vectors_threshold_bytes;
+  return {streaming, narrow};
 }
 
 }  // namespace oqa_vector

@@ -59,7 +59,8 @@ QN_DEMOSAIC_EXPORT int OQA_TRANSFORM_ENTRY(int width, int height, int origin_x, 
   oqa_vector::Interior_request request = oqa_vector::describe_interior(
       width, height, origin_x, origin_y, phase, color_format, input_buffer, output_buffer);
   std::size_t const output_bytes = 3 * request.width * request.height * sizeof(unsigned short);
-  oqa_vector::Store_plan const plan = oqa_vector::plan_stores(request.layout, output_bytes);
+  oqa_vector::Store_plan const plan = oqa_vector::plan_stores(
+      static_cast<oqa_vector::Vector_level>(OQA_VECTOR_LEVEL), request.layout, output_bytes);
   request.streaming = plan.streaming;
   request.narrow_vectors = plan.narrow_vectors;
   OQA_KERNEL_NAMESPACE::demosaic_interior(request);
