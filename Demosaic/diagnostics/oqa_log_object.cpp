@@ -55,21 +55,28 @@ bool Oqa_log_object::log(OQA_LOG_PRIORITY priority, char const* file, int line,
   if (!ready) {
     return false;
   }
-  // Two passes over the arguments: measure, then format into a string of
-  // exactly that length, so a message of any length is passed whole.
+  // Formatted once into a buffer on the stack, which holds every message
+  // the library writes; a longer one is formatted again into a string of
+  // exactly its length, so a message of any length is passed whole.
+  char buffer[256];
   va_list arguments;
   va_start(arguments, format);
   // The analyser misses va_start on x86-64's array-typed va_list.
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
-  int const length = std::vsnprintf(nullptr, 0, format, arguments);
+  int const length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
   va_end(arguments);
   if (length < 0) {
     return false;
   }
-  std::string message(static_cast<std::size_t>(length), '\0');
-  va_start(arguments, format);
-  std::vsnprintf(message.data(), message.size() + 1, format, arguments);
-  va_end(arguments);
-  return log_function(log_handle, static_cast<int>(priority), file, line, function,
-                      message.c_str()) == 0;
+  std::string long_message;
+  char const* message = buffer;
+  if (static_cast<std::size_t>(length) >= sizeof buffer) {
+    long_message.resize(static_cast<std::size_t>(length));
+    va_start(arguments, format);
+    std::vsnprintf(long_message.data(), long_message.size() + 1, format, arguments);
+    va_end(arguments);
+    message = long_message.c_str();
+  }
+  return log_function(log_handle, static_cast<int>(priority), file, line, function, message) ==
+         0;
 }
