@@ -344,7 +344,8 @@ struct Interleaved_row {
       hn::Store(c.v[k], d32, staged + k * lanes32);
     }
     std::size_t const triple_bytes = 3 * sizeof(std::uint16_t);
-    std::memcpy(out + 3 * (x + skip), reinterpret_cast<unsigned char const*>(staged) + skip * triple_bytes,
+    std::memcpy(out + 3 * (x + skip),
+                reinterpret_cast<unsigned char const*>(staged) + skip * triple_bytes,
                 count * triple_bytes);
   }
 };

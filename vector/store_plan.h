@@ -41,8 +41,8 @@ inline Store_plan plan_stores(Vector_level level, QN_COLOR_FORMAT layout,
   bool const streaming = layout == QN_COLOR_FORMAT_BGR_PLANAR
                              ? full_line_stores && output_bytes >= planar_streaming_threshold_bytes
                              : output_bytes >= interleaved_streaming_threshold_bytes;
-  bool const narrow = level == Vector_level::avx512 && !streaming &&
-                      output_bytes >= narrow_vectors_threshold_bytes;
+  bool const narrow =
+      level == Vector_level::avx512 && !streaming && output_bytes >= narrow_vectors_threshold_bytes;
   return {streaming, narrow};
 }
 

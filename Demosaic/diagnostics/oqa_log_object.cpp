@@ -77,6 +77,5 @@ bool Oqa_log_object::log(OQA_LOG_PRIORITY priority, char const* file, int line,
     va_end(arguments);
     message = long_message.c_str();
   }
-  return log_function(log_handle, static_cast<int>(priority), file, line, function, message) ==
-         0;
+  return log_function(log_handle, static_cast<int>(priority), file, line, function, message) == 0;
 }

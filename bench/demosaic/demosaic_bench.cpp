@@ -449,8 +449,7 @@ class Summary_reporter : public benchmark::ConsoleReporter {
           size_name(size).c_str(), opencv, fill, roof, times[bgr_interleaved][0],
           times[bgr_interleaved][1], times[bgr_interleaved][2], times[bgr_interleaved][3],
           best_time, level_names[best], format_best[0], format_best[2], opencv / best_time,
-          best_time / fill, best_time / roof,
-          yes_no(opencv / best_time >= size.opencv_factor),
+          best_time / fill, best_time / roof, yes_no(opencv / best_time >= size.opencv_factor),
           yes_no(best_time / fill <= size.fill_ceiling), yes_no(levels_ordered),
           yes_no(times[bgr_interleaved][0] <= opencv), yes_no(formats_close));
     }

@@ -182,9 +182,12 @@ TEST_P(Companion_entries, GiveTheScalarBytes) { expect_scalar_bytes(entry()); }
 
 // Large enough for the entry to choose non-temporal stores in any layout.
 TEST_P(Companion_entries, GiveTheScalarBytesOnAFrameLargeEnoughToStream) {
-  Frame const frame{3001, 2400, 1, 1, QN_CFA_PHASE_RED, QN_COLOR_FORMAT_BGR_PLANAR};
-  Samples const input = test_support::random_mosaic(frame.width, frame.height, 9);
-  EXPECT_TRUE(matches_scalar(entry(), frame, input, input.data(), 0));
+  Samples const input = test_support::random_mosaic(3001, 2400, 9);
+  for (QN_COLOR_FORMAT const format :
+       {QN_COLOR_FORMAT_BGR_PLANAR, QN_COLOR_FORMAT_RGB_INTERLEAVED}) {
+    Frame const frame{3001, 2400, 1, 1, QN_CFA_PHASE_RED, format};
+    EXPECT_TRUE(matches_scalar(entry(), frame, input, input.data(), 0));
+  }
 }
 
 // The library validates before calling; a direct caller's bad arguments only
