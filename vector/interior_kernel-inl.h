@@ -196,9 +196,12 @@ HWY_INLINE Three_vectors<D32> interleave3(Interleave3_plan<D32> const& plan, hn:
            interleaved_output<2, D32>(a_placed, b_placed, c_placed)}};
 }
 
+// The processors' cache line.
+constexpr std::size_t line_bytes = 64;
+
 // Asks for the cache lines of bytes [from, to) with the intent to write them.
 inline void fetch_for_writing(void const* from, void const* to) {
-  for (auto const* line = static_cast<unsigned char const*>(from); line < to; line += 64) {
+  for (auto const* line = static_cast<unsigned char const*>(from); line < to; line += line_bytes) {
     __builtin_prefetch(line, 1, 3);
   }
   if (from < to) {
@@ -548,7 +551,6 @@ HWY_INLINE void put_range(D d, Row_group<Row, Count> const& group, std::size_t f
 // into a line the stream fills would fetch the line and break the stream's
 // write-combining (10% of a 3840x2160 frame), so the pixels before and after
 // the stream are written by regular stores that stay off its lines.
-constexpr std::size_t line_bytes = 64;
 // 32 pixels are three lines interleaved and one line of each plane, and a
 // whole number of vectors of every target.
 constexpr std::size_t stream_pixels = 32;
