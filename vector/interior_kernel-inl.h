@@ -24,7 +24,6 @@
 #define OQA_VECTOR_INTERIOR_KERNEL_INL_H
 #endif
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -659,10 +658,10 @@ HWY_INLINE void demosaic_rows_through(D d, oqa_vector::Interior_request const& r
   using Row = decltype(writer(std::size_t{0}));
   std::size_t const width = request.width;
   std::size_t const n = width - 2;
-  std::size_t const vector_bytes = hn::Lanes(d) * sizeof(std::uint16_t);
-  bool const pairs =
-      row_stride_bytes % (request.streaming ? std::max(vector_bytes, line_bytes) : vector_bytes) ==
-      0;
+  // A line is a whole number of vectors of every target.
+  std::size_t const alignment =
+      request.streaming ? line_bytes : hn::Lanes(d) * sizeof(std::uint16_t);
+  bool const pairs = row_stride_bytes % alignment == 0;
   bool const blue_first = request.layout == QN_COLOR_FORMAT_BGR_INTERLEAVED;
   auto const input_row = [&](std::size_t r) { return request.input + r * width; };
   for (std::size_t r = 1; r + 1 < request.height;) {

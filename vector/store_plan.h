@@ -37,12 +37,12 @@ constexpr std::size_t narrow_vectors_threshold_bytes = std::size_t{4} << 20;
 
 inline Store_plan plan_stores(Vector_level level, QN_COLOR_FORMAT layout,
                               std::size_t output_bytes) {
-  bool const full_line_stores = level == Vector_level::avx512;
+  // Streamed, the AVX-512 companion keeps its full width, whose stores fill whole lines.
+  bool const avx512 = level == Vector_level::avx512;
   bool const streaming = layout == QN_COLOR_FORMAT_BGR_PLANAR
-                             ? full_line_stores && output_bytes >= planar_streaming_threshold_bytes
+                             ? avx512 && output_bytes >= planar_streaming_threshold_bytes
                              : output_bytes >= interleaved_streaming_threshold_bytes;
-  bool const narrow =
-      level == Vector_level::avx512 && !streaming && output_bytes >= narrow_vectors_threshold_bytes;
+  bool const narrow = avx512 && !streaming && output_bytes >= narrow_vectors_threshold_bytes;
   return {streaming, narrow};
 }
 

@@ -180,7 +180,8 @@ class Companion_entries : public ::testing::TestWithParam<int> {
 
 TEST_P(Companion_entries, GiveTheScalarBytes) { expect_scalar_bytes(entry()); }
 
-// Large enough for the entry to choose non-temporal stores in any layout.
+// Large enough for every entry to stream interleaved output, and for the
+// AVX-512 entry to stream planar output too.
 TEST_P(Companion_entries, GiveTheScalarBytesOnAFrameLargeEnoughToStream) {
   Samples const input = test_support::random_mosaic(3001, 2400, 9);
   for (QN_COLOR_FORMAT const format :
