@@ -317,7 +317,7 @@ GstFlowReturn demosaic_frame(GstOqaDemosaic* self, const unsigned short* samples
                                        geometry.color_format,
                                        g_atomic_int_get(&self->level)};
   oqa_gst::Band_workers* workers = band_workers(self);
-  const std::size_t strip_rows = oqa_gst::rows_per_strip(width);
+  const std::size_t strip_rows = oqa_gst::rows_per_strip(width, workers->threads());
   try {
     self->strip_triples.resize(workers->threads());
     for (auto& strip : self->strip_triples) {
@@ -329,10 +329,11 @@ GstFlowReturn demosaic_frame(GstOqaDemosaic* self, const unsigned short* samples
     return GST_FLOW_ERROR;
   }
   std::vector<int> results(workers->threads(), QN_DEMOSAIC_NO_ERROR);
+  oqa_gst::Widening_gate gate(workers->threads());
   workers->run([&](unsigned band) {
     results[band] = oqa_gst::demosaic_to_quadruples(
         request, samples, plane, stride, oqa_gst::band_of(height, results.size(), band), strip_rows,
-        geometry.widening_path, self->strip_triples[band]);
+        geometry.widening_path, self->strip_triples[band], &gate);
   });
   const auto failed = std::find_if(results.begin(), results.end(),
                                    [](int result) { return result != QN_DEMOSAIC_NO_ERROR; });

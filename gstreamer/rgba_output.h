@@ -11,6 +11,8 @@
 // frame's border.
 #pragma once
 
+#include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -43,14 +45,33 @@ struct Frame_request {
   int level;                     // a level of the test entry, or -1 for the library's choice
 };
 
-// Output rows per strip for frames `width` pixels wide: as many as keep the
-// strip's triples, with the two extra rows, within the scratch budget.
-std::size_t rows_per_strip(std::size_t width);
+// Output rows per strip for frames `width` pixels wide shared by `threads`
+// threads: as many as keep the strip's triples, with the two extra rows,
+// within the scratch budget for that many threads.
+std::size_t rows_per_strip(std::size_t width, unsigned threads);
 
 // Rows [first, end) of a frame.
 struct Row_band {
   std::size_t first;
   std::size_t end;
+};
+
+// Lets at most half of the threads that share a frame widen at once. The
+// widening is bound by the memory's write bandwidth, which one thread in two
+// already fills. Left alone, the threads fall into step: all demosaic while
+// the memory idles, then all widen at a share of its bandwidth each. Kept
+// out of the gate, a thread waits for one strip, and from then on the
+// others demosaic while one widens.
+class Widening_gate {
+ public:
+  explicit Widening_gate(unsigned threads) : free_(static_cast<int>(std::max(1U, threads / 2))) {}
+  // Waits, spinning, for a free place: a strip's widening is far shorter
+  // than the wake-up of a sleeping thread.
+  void enter();
+  void leave() { free_.fetch_add(1, std::memory_order_release); }
+
+ private:
+  std::atomic<int> free_;
 };
 
 // Samples of the scratch strip that demosaic_to_quadruples needs for
@@ -63,11 +84,12 @@ Row_band band_of(std::size_t height, std::size_t count, std::size_t index);
 // Demosaics the rows `band` of `samples` (height packed rows of width
 // samples) into the same rows of `output` (rows of quadruples, `stride`
 // bytes apart) in strips of `strip_rows` rows, through `strip`. Bands of one
-// frame may run at once, each with its own `strip`. Returns the library's
+// frame may run at once, each with its own `strip`, widening through `gate`
+// where one is given. Returns the library's
 // result code; on failure the band is incomplete.
 int demosaic_to_quadruples(const Frame_request& request, const unsigned short* samples,
                            std::byte* output, std::size_t stride, Row_band band,
                            std::size_t strip_rows, Widening_path path,
-                           std::vector<std::uint16_t>& strip);
+                           std::vector<std::uint16_t>& strip, Widening_gate* gate = nullptr);
 
 }  // namespace oqa_gst

@@ -87,8 +87,9 @@ void element_work(benchmark::State& state, Frame frame, oqa_gst::Widening_path p
   finish(state, frame);
 }
 
-// The element's work shared by threads, in bands as the element shares it.
-void element_threads(benchmark::State& state, Frame frame, unsigned threads) {
+// The element's work shared by threads, in bands as the element shares it,
+// through the widening gate or, to show what it brings, without.
+void element_threads(benchmark::State& state, Frame frame, unsigned threads, bool gated) {
   const auto input = mosaic(frame);
   std::vector<std::byte> output(pixels(frame) * 8);
   const auto width = static_cast<std::size_t>(frame.width);
@@ -96,12 +97,14 @@ void element_threads(benchmark::State& state, Frame frame, unsigned threads) {
   const oqa_gst::Widening_path path = oqa_gst::choose_widening_path(output.size());
   oqa_gst::Band_workers workers(threads);
   std::vector<std::vector<std::uint16_t>> strips(workers.threads());
+  const std::size_t strip_rows = oqa_gst::rows_per_strip(width, workers.threads());
   for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): loop idiom
+    oqa_gst::Widening_gate gate(workers.threads());
     workers.run([&](unsigned band) {
       benchmark::DoNotOptimize(
           oqa_gst::demosaic_to_quadruples(request(frame), input.data(), output.data(), width * 8,
-                                          oqa_gst::band_of(height, strips.size(), band),
-                                          oqa_gst::rows_per_strip(width), path, strips[band]));
+                                          oqa_gst::band_of(height, strips.size(), band), strip_rows,
+                                          path, strips[band], gated ? &gate : nullptr));
     });
     benchmark::ClobberMemory();
   }
@@ -148,7 +151,8 @@ int main(int argc, char** argv) {
     for (const oqa_gst::Widening_path path : paths) {
       add("widening", frame, path_names[static_cast<int>(path)], widening, frame, path);
     }
-    const std::size_t element_rows = oqa_gst::rows_per_strip(static_cast<std::size_t>(frame.width));
+    const std::size_t element_rows =
+        oqa_gst::rows_per_strip(static_cast<std::size_t>(frame.width), 1);
     for (const std::size_t rows : {std::size_t{32}, std::size_t{64}, std::size_t{128},
                                    std::size_t{256}, std::size_t{512}, element_rows}) {
       std::string variant = "strip_rows:" + std::to_string(rows);
@@ -160,8 +164,11 @@ int main(int argc, char** argv) {
     }
     add("output_fill", frame, "", output_fill, frame);
     for (unsigned threads = 1; threads <= std::thread::hardware_concurrency(); ++threads) {
-      add("element_threads", frame, "threads:" + std::to_string(threads), element_threads, frame,
-          threads);
+      const std::string variant = "threads:" + std::to_string(threads);
+      add("element_threads", frame, variant, element_threads, frame, threads, true);
+      if (threads > 1) {
+        add("element_threads", frame, variant + "/ungated", element_threads, frame, threads, false);
+      }
     }
   }
   benchmark::Initialize(&argc, argv);
