@@ -224,13 +224,14 @@ TEST_P(Strip_test, GiveTheWholeFramesOutput) {
       const std::size_t bands = 1 + phase_and_parity % 3;
       const auto frame = request(width, height, phase_and_parity / 4, phase_and_parity % 4);
       std::vector<std::byte> output(stride * height);
+      oqa_gst::Widening_gate gate(static_cast<unsigned>(bands));
       for (std::size_t band = 0; band < bands; ++band) {
         std::vector<std::uint16_t> strip;
-        ASSERT_EQ(
-            oqa_gst::demosaic_to_quadruples(frame, mosaic.data(), output.data(), stride,
-                                            oqa_gst::band_of(height, bands, band),
-                                            static_cast<std::size_t>(strip_rows), path, strip),
-            QN_DEMOSAIC_NO_ERROR);
+        ASSERT_EQ(oqa_gst::demosaic_to_quadruples(frame, mosaic.data(), output.data(), stride,
+                                                  oqa_gst::band_of(height, bands, band),
+                                                  static_cast<std::size_t>(strip_rows), path, strip,
+                                                  &gate),
+                  QN_DEMOSAIC_NO_ERROR);
       }
       Samples rows(mosaic.size() * 4);
       for (int row = 0; row < height; ++row) {
