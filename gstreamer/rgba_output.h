@@ -85,8 +85,8 @@ Row_band band_of(std::size_t height, std::size_t count, std::size_t index);
 // samples) into the same rows of `output` (rows of quadruples, `stride`
 // bytes apart) in strips of `strip_rows` rows, through `strip`. Bands of one
 // frame may run at once, each with its own `strip`, widening through `gate`
-// where one is given. Returns the library's
-// result code; on failure the band is incomplete.
+// where one is given. Returns the library's result code; on failure the band
+// is incomplete.
 int demosaic_to_quadruples(const Frame_request& request, const unsigned short* samples,
                            std::byte* output, std::size_t stride, Row_band band,
                            std::size_t strip_rows, Widening_path path,
